@@ -8,3 +8,6 @@
 #include "Point2.h"
 #include "Triangle2.h"
 #include "Predicates2.h"
+#include "Color.h"
+#include "Label.h"
+#include "Visualizer2.h"

@@ -14,20 +14,31 @@ public:
    * or beyond its far edge into the last one; NaN counts as below. */
   uint32_t getKey(double x, double y) const {
     const unsigned ix(quantise(x - minX, scaleX)), iy(quantise(y - minY, scaleY));
+    // Top-down: each level selects one of four sub-squares, and the state
+    // records the orientation of the curve within the current square. The
+    // first levels go one by one until the rest is a multiple of four, which
+    // the step table then takes four at a time (one dependent load instead of
+    // four; the loop is bound by that chain).
     uint32_t key(0);
     unsigned state(0);
-    int shift(startShift);
-    // Top-down: each level selects one of four sub-squares, and the state
-    // records the orientation of the curve within the current square.
-    for (unsigned bit = unsigned(cells) >> 1;; bit >>= 1) {
-      const unsigned quadrant(((ix & bit) != 0 ? 2u : 0u) + ((iy & bit) != 0 ? 1u : 0u));
-      key += uint32_t(VALUE[state][quadrant]) << shift;
-      if (shift == 0) break;
-      shift -= 2;
+    int level(numBits / 2);
+    for (int single = level % 4; single > 0; --single) {
+      --level;
+      const unsigned quadrant((((ix >> level) & 1u) << 1) | ((iy >> level) & 1u));
+      key = (key << 2) | VALUE[state][quadrant];
       state = NEXT[state][quadrant];
+    }
+    while (level > 0) {
+      level -= 4;
+      const unsigned entry(STEP4.entry[state][(((ix >> level) & 15u) << 4) | ((iy >> level) & 15u)]);
+      key = (key << 8) | (entry & 255u);
+      state = entry >> 8;
     }
     return key;
   }
+
+  /** The plain one-level-per-step form of getKey, kept as the reference. */
+  uint32_t getKeyByLevels(double x, double y) const;
 
   int getNumBits() const { return numBits; }
   int getCells() const { return cells; }
@@ -49,6 +60,13 @@ private:
   // state (row) and quadrant (column: 2 * xbit + ybit).
   static constexpr unsigned char VALUE[4][4] = {{0, 1, 3, 2}, {0, 3, 1, 2}, {2, 1, 3, 0}, {2, 3, 1, 0}};
   static constexpr unsigned char NEXT[4][4] = {{1, 0, 2, 0}, {0, 3, 1, 1}, {2, 2, 0, 3}, {3, 1, 3, 2}};
+  /** Four levels at once, by state and (x nibble << 4 | y nibble): the 8
+   * key bits in the low byte, the state after the fourth level above. */
+  struct Step4 {
+    uint16_t entry[4][256];
+  };
+  static const Step4 STEP4;
+  static constexpr Step4 buildStep4();
 
   int numBits;
   int startShift;

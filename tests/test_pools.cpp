@@ -209,6 +209,22 @@ TEST(HilbertKey, ConsecutiveKeysAreNeighbouringCells) {
   }
 }
 
+TEST(HilbertKey, FourLevelStepsAgreeWithTheLevelByLevelCurve) {
+  std::mt19937_64 gen(11);
+  std::uniform_real_distribution<double> dist(-0.1, 1.1);
+  for (int numBits = 2; numBits <= 32; numBits += 2) {
+    HC2 hc(0.0, 0.0, 1.0, 1.0, numBits);
+    for (int i = 0; i < 2000; ++i) {
+      const double x(dist(gen)), y(dist(gen));
+      ASSERT_EQ(hc.getKey(x, y), hc.getKeyByLevels(x, y)) << numBits << " bits at " << x << " " << y;
+    }
+    EXPECT_EQ(hc.getKey(0.0, 0.0), 0u);
+    if (numBits < 32) {
+      EXPECT_LT(hc.getKey(0.999, 0.999), uint32_t(1) << numBits);
+    }
+  }
+}
+
 TEST(HilbertKey, MinimumCornerIsZeroAndSameCellSameKey) {
   GSS_HC2 hc(-3.0, 2.0, 5.0, 10.0, 30);
   EXPECT_EQ(hc.getKey(-3.0, 2.0), 0u);

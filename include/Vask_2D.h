@@ -8,3 +8,4 @@
 #include "Point2.h"
 #include "Triangle2.h"
 #include "Predicates2.h"
+#include "freeFunctions.h"

@@ -2,7 +2,9 @@
 #include "kernel/RoundingModeGuard.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
+#include <algorithm>
 #include <cfloat>
+#include <climits>
 #include <iostream>
 #include <sstream>
 
@@ -54,24 +56,54 @@ double inwardMagnitude(double a, double b, double c, double d) {
 int orientationByIntervals(double x0, double y0, double x1, double y1, double x2, double y2) {
   const bool bFirstNeg((x2 > x0) != (y2 > y1));  // (x0-x2)*(y1-y2) < 0
   const bool bSecondNeg((y2 > y0) != (x2 > x1)); // (y0-y2)*(x1-x2) < 0
+  // Three mode changes: inward products first, then everything that
+  // rounds upward, then the one subtraction that rounds downward.
   RoundingModeGuard guard;
-  guard.set(FE_UPWARD);
-  const double firstOut(outwardMagnitude(x0, x2, y1, y2));
-  const double secondOut(outwardMagnitude(y0, y2, x1, x2));
   guard.set(FE_TOWARDZERO);
   const double firstIn(inwardMagnitude(x0, x2, y1, y2));
   const double secondIn(inwardMagnitude(y0, y2, x1, x2));
+  guard.set(FE_UPWARD);
+  const double firstOut(outwardMagnitude(x0, x2, y1, y2));
+  const double secondOut(outwardMagnitude(y0, y2, x1, x2));
   // Upper and lower ends of both products. Inward and outward results are
-  // finite or +infinity, so neither difference below can be inf - inf.
+  // finite or +infinity, so neither difference below can be inf - inf; an
+  // outward NaN (zero times an overflowed difference) fails both tests.
   const double firstHi(bFirstNeg ? -firstIn : firstOut), firstLo(bFirstNeg ? -firstOut : firstIn);
   const double secondHi(bSecondNeg ? -secondIn : secondOut), secondLo(bSecondNeg ? -secondOut : secondIn);
-  guard.set(FE_UPWARD);
   const double upper(fpBarrier(fpBarrier(firstHi) - fpBarrier(secondLo)));
   guard.set(FE_DOWNWARD);
   const double lower(fpBarrier(fpBarrier(firstLo) - fpBarrier(secondHi)));
   if (0.0 > upper) return -1;
   if (lower > 0.0) return 1;
   return 0;
+}
+
+/** Loads n finite doubles into the numerators of aQ as integers: every
+ * double is a 53-bit integer times a power of two, so dividing all of them
+ * by the smallest such power of two (among the non-zero ones) leaves exact
+ * integers. The determinants below are homogeneous polynomials in the
+ * coordinates: the integer determinant is the rational one times a positive
+ * power of two, so it has the same sign, and integer arithmetic needs none
+ * of the gcd work of canonical rationals. */
+void loadScaledIntegers(const double* aValue, int n, mpq_t* aQ) {
+  long aMantissa[8];
+  int aExponent[8];
+  int minExponent(INT_MAX);
+  for (int i = 0; i < n; ++i) {
+    aMantissa[i] = 0;
+    aExponent[i] = 0;
+    if (aValue[i] == 0.0) continue;
+    int exponent(0);
+    const double fraction(std::frexp(aValue[i], &exponent)); // 0.5 <= |fraction| < 1
+    aMantissa[i] = static_cast<long>(std::ldexp(fraction, 53)); // exact: 53 bits
+    aExponent[i] = exponent - 53;
+    minExponent = std::min(minExponent, aExponent[i]);
+  }
+  for (int i = 0; i < n; ++i) {
+    mpz_ptr z(mpq_numref(aQ[i]));
+    mpz_set_si(z, aMantissa[i]);
+    if (aMantissa[i] != 0) mpz_mul_2exp(z, z, static_cast<mp_bitcnt_t>(aExponent[i] - minExponent));
+  }
 }
 } // namespace
 
@@ -199,19 +231,17 @@ Orientation2 KiroTest::getOrientation2Slow(const Point2* p0, const Point2* p1, c
   ++counters.orientExact;
   initPredicateRationals();
   mpq_t* q(aPredQ + ORIENT_Q);
-  mpq_set_d(q[0], x0);
-  mpq_set_d(q[1], y0);
-  mpq_set_d(q[2], x1);
-  mpq_set_d(q[3], y1);
-  mpq_set_d(q[4], x2);
-  mpq_set_d(q[5], y2);
-  mpq_sub(q[0], q[0], q[4]); // x0 - x2
-  mpq_sub(q[3], q[3], q[5]); // y1 - y2
-  mpq_sub(q[1], q[1], q[5]); // y0 - y2
-  mpq_sub(q[2], q[2], q[4]); // x1 - x2
-  mpq_mul(q[0], q[0], q[3]);
-  mpq_mul(q[1], q[1], q[2]);
-  const int cmp(mpq_cmp(q[0], q[1]));
+  const double aCoord[6] = {x0, y0, x1, y1, x2, y2};
+  loadScaledIntegers(aCoord, 6, q);
+  mpz_ptr X0(mpq_numref(q[0])), Y0(mpq_numref(q[1])), X1(mpq_numref(q[2])), Y1(mpq_numref(q[3]));
+  mpz_ptr X2(mpq_numref(q[4])), Y2(mpq_numref(q[5]));
+  mpz_sub(X0, X0, X2); // x0 - x2
+  mpz_sub(Y1, Y1, Y2); // y1 - y2
+  mpz_sub(Y0, Y0, Y2); // y0 - y2
+  mpz_sub(X1, X1, X2); // x1 - x2
+  mpz_mul(X0, X0, Y1);
+  mpz_mul(Y0, Y0, X1);
+  const int cmp(mpz_cmp(X0, Y0));
   if (cmp > 0) return ORIENTATION2_CCW;
   if (cmp < 0) return ORIENTATION2_CW;
   return ORIENTATION2_COLLINEAR;
@@ -254,48 +284,44 @@ CircleState2 KiroTest::circleInc3stateExact(const Triangle2* pT, const Point2* p
   ++counters.incircleExact;
   initPredicateRationals();
   mpq_t* q(aPredQ + INCIRC_Q);
-  mpq_set_d(q[0], p->x());
-  mpq_set_d(q[1], p->y());
-  mpq_set_d(q[2], c0->x());
-  mpq_set_d(q[3], c0->y());
-  mpq_set_d(q[4], c1->x());
-  mpq_set_d(q[5], c1->y());
-  mpq_set_d(q[6], c2->x());
-  mpq_set_d(q[7], c2->y());
-  mpq_t &ax(q[8]), &ay(q[9]), &bx(q[10]), &by(q[11]), &cx(q[12]), &cy(q[13]);
-  mpq_sub(ax, q[2], q[0]);
-  mpq_sub(ay, q[3], q[1]);
-  mpq_sub(bx, q[4], q[0]);
-  mpq_sub(by, q[5], q[1]);
-  mpq_sub(cx, q[6], q[0]);
-  mpq_sub(cy, q[7], q[1]);
-  mpq_t &sqX(q[14]), &sqY(q[15]), &alift(q[16]), &blift(q[17]), &clift(q[18]);
-  mpq_mul(sqX, ax, ax);
-  mpq_mul(sqY, ay, ay);
-  mpq_add(alift, sqX, sqY);
-  mpq_mul(sqX, bx, bx);
-  mpq_mul(sqY, by, by);
-  mpq_add(blift, sqX, sqY);
-  mpq_mul(sqX, cx, cx);
-  mpq_mul(sqY, cy, cy);
-  mpq_add(clift, sqX, sqY);
-  mpq_t &bxcy(q[19]), &cxby(q[20]), &cxay(q[21]), &axcy(q[22]), &axby(q[23]), &bxay(q[24]);
-  mpq_mul(bxcy, bx, cy);
-  mpq_mul(cxby, cx, by);
-  mpq_mul(cxay, cx, ay);
-  mpq_mul(axcy, ax, cy);
-  mpq_mul(axby, ax, by);
-  mpq_mul(bxay, bx, ay);
-  mpq_t &subA(q[25]), &subB(q[26]), &subC(q[27]), &termA(q[28]), &termB(q[29]), &termC(q[30]), &det(q[31]);
-  mpq_sub(subA, bxcy, cxby);
-  mpq_sub(subB, cxay, axcy);
-  mpq_sub(subC, axby, bxay);
-  mpq_mul(termA, subA, alift);
-  mpq_mul(termB, subB, blift);
-  mpq_mul(termC, subC, clift);
-  mpq_add(det, termA, termB);
-  mpq_add(det, det, termC);
-  const int intResult(mpq_sgn(det));
+  const double aCoord[8] = {p->x(), p->y(), c0->x(), c0->y(), c1->x(), c1->y(), c2->x(), c2->y()};
+  loadScaledIntegers(aCoord, 8, q);
+  mpz_ptr aZ[32];
+  for (int i = 0; i < 32; ++i) aZ[i] = mpq_numref(q[i]);
+  mpz_ptr ax(aZ[8]), ay(aZ[9]), bx(aZ[10]), by(aZ[11]), cx(aZ[12]), cy(aZ[13]);
+  mpz_sub(ax, aZ[2], aZ[0]);
+  mpz_sub(ay, aZ[3], aZ[1]);
+  mpz_sub(bx, aZ[4], aZ[0]);
+  mpz_sub(by, aZ[5], aZ[1]);
+  mpz_sub(cx, aZ[6], aZ[0]);
+  mpz_sub(cy, aZ[7], aZ[1]);
+  mpz_ptr sqX(aZ[14]), sqY(aZ[15]), alift(aZ[16]), blift(aZ[17]), clift(aZ[18]);
+  mpz_mul(sqX, ax, ax);
+  mpz_mul(sqY, ay, ay);
+  mpz_add(alift, sqX, sqY);
+  mpz_mul(sqX, bx, bx);
+  mpz_mul(sqY, by, by);
+  mpz_add(blift, sqX, sqY);
+  mpz_mul(sqX, cx, cx);
+  mpz_mul(sqY, cy, cy);
+  mpz_add(clift, sqX, sqY);
+  mpz_ptr bxcy(aZ[19]), cxby(aZ[20]), cxay(aZ[21]), axcy(aZ[22]), axby(aZ[23]), bxay(aZ[24]);
+  mpz_mul(bxcy, bx, cy);
+  mpz_mul(cxby, cx, by);
+  mpz_mul(cxay, cx, ay);
+  mpz_mul(axcy, ax, cy);
+  mpz_mul(axby, ax, by);
+  mpz_mul(bxay, bx, ay);
+  mpz_ptr subA(aZ[25]), subB(aZ[26]), subC(aZ[27]), termA(aZ[28]), termB(aZ[29]), termC(aZ[30]), det(aZ[31]);
+  mpz_sub(subA, bxcy, cxby);
+  mpz_sub(subB, cxay, axcy);
+  mpz_sub(subC, axby, bxay);
+  mpz_mul(termA, subA, alift);
+  mpz_mul(termB, subB, blift);
+  mpz_mul(termC, subC, clift);
+  mpz_add(det, termA, termB);
+  mpz_add(det, det, termC);
+  const int intResult(mpz_sgn(det));
   if (intResult > 0) return CINC2_INCIRCLE;
   if (intResult < 0) return CINC2_OUTCIRCLE;
   VASK_ASSERT(intResult==0);

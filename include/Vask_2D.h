@@ -14,6 +14,7 @@
 #include "VertexPair2.h"
 #include "TriangleAroundVertexIterator.h"
 #include "Predicates2.h"
+#include "freeFunctions.h"
 #include "Color.h"
 #include "Label.h"
 #include "Visualizer2.h"

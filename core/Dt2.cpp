@@ -1027,3 +1027,240 @@ bool Dt2::getDev(const std::string& key, int& iVal, double& dVal) const {
 }
 
 } // namespace KIRO_VASK2D
+
+// ===========================================================================
+// Vertex removal
+//
+// A vertex leaves by flips alone: ears of its fan are cut off until it has
+// degree 3 (inner vertex), then its three triangles merge into one; a hull
+// vertex's fan is reduced and cut off the hull. No triangle is allocated,
+// and a breadth-wise flip sweep over the former fan restores the
+// empty-circle property. All scratch lists are members, so a removal in the
+// steady state allocates nothing.
+// ===========================================================================
+
+namespace KIRO_VASK2D {
+
+namespace {
+
+// True when p is the address of an element in the used part of one of the
+// pool's blocks. Blocks double up to their byte limit, so there are few of
+// them, and the test never dereferences p: a stale or foreign pointer is
+// answered without touching its memory.
+bool isPoolElement(const SimplePool<Point2>& pool, const Point2* p) {
+  const uintptr_t addr(reinterpret_cast<uintptr_t>(p));
+  for (int i = 0; i < pool.getNumContainers(); ++i) {
+    int numUsed(0);
+    const Point2* pBlock(pool.getContainer(i, numUsed));
+    if (pBlock == nullptr) continue;
+    const uintptr_t first(reinterpret_cast<uintptr_t>(pBlock));
+    if (addr < first) continue;
+    const uintptr_t offset(addr - first);
+    if (offset < static_cast<uintptr_t>(numUsed) * sizeof(Point2)) return offset % sizeof(Point2) == 0;
+  }
+  return false;
+}
+
+} // namespace
+
+// An active vertex of this triangulation comes from its vertex pool and, in
+// the full-dimensional state, has an incident triangle that holds it: a
+// removed vertex and a duplicate's vertex have none. In the collinear state
+// no vertex has a triangle, and the vault decides.
+bool Dt2::isVertexOfThis(Point2* pVtx) const {
+  if (!isPoolElement(vertexPool, pVtx)) return false;
+  if (*pBFullDimensional) {
+    const Triangle2* pIncT(pVtx->getIncidentTriangle());
+    return pIncT != nullptr && pIncT->hasVertex(pVtx);
+  }
+  return vertexVault.findActive(*pVtx) == pVtx;
+}
+
+void Dt2::remove(Point2* pVtx) {
+  if (pVtx == nullptr) {
+    logWarning("Dt2::remove()", "pVtx==NULL, illegal, return.");
+    return;
+  }
+  // A vertex of a constraint segment is refused here, before anything
+  // changes: "Illegal: Can't remove a constraint vertex" (tag "Dt2::remove(..)").
+  vertexVault.rebuild(true);
+  if (!isVertexOfThis(pVtx)) {
+    std::ostringstream oss;
+    if (isPoolElement(vertexPool, pVtx)) {
+      oss << *pVtx;
+    } else {
+      oss << "Point2 (" << static_cast<const void*>(pVtx) << ")";
+    }
+    logWarning("Dt2::remove(..)", "vertex does not belong to the triangulation, return");
+    std::cout << "      " << oss.str() << std::endl;
+    return;
+  }
+  if (pVtx->getIncidentTriangle() == nullptr) {
+    // The collinear state: the point only leaves the vault.
+    vRemovedVertices.push_back(pVtx);
+    vertexVault.removeVertexRecord(pVtx);
+    return;
+  }
+  vUmbrellaT.clear();
+  TriangleAroundVertexIterator start(pVtx), it(pVtx);
+  do {
+    if (*it == nullptr) {
+      removeHullVertex(pVtx, true);
+      vRemovedVertices.push_back(pVtx);
+      VASK_ASSERT(pVtx->getIncidentTriangle() == NULL);
+      return;
+    }
+    vUmbrellaT.push_back(*it);
+    ++it;
+  } while (it != start);
+  removeInnerVertex(pVtx);
+  vRemovedVertices.push_back(pVtx);
+  vertexVault.removeVertexRecord(pVtx);
+  VASK_ASSERT(pVtx->getIncidentTriangle() == NULL);
+}
+
+// Contract: pVtx is an inner vertex whose closed fan is vUmbrellaT, in
+// counter-clockwise order. Afterwards pVtx is in no triangle, its former fan
+// holds d-2 live triangles and two dead ones (on vDeadT), and the mesh is
+// Delaunay again.
+//
+// The ear search goes round the fan. With exact predicates the fan of an
+// inner vertex of degree above 3 always has an ear, and one trip round the
+// fan after each success must find the next: the watch dog counts that trip.
+void Dt2::removeInnerVertex(Point2* pVtx) {
+  const int size(static_cast<int>(vUmbrellaT.size()));
+  Triangle2* pT(vUmbrellaT[0]);
+  int numRemoved(0);
+  int watchDog(size);
+  while (size - numRemoved > 3) {
+    if (--watchDog < 0) watchDogFailed(pVtx);
+    Triangle2* pE(removeEar(pVtx, pT));
+    if (pE == nullptr) {
+      pT = pT->getOppositeTriangle(incIndexBy1(pT->getIntraTriangleIndex(pVtx)));
+    } else {
+      ++numRemoved;
+      watchDog = size + 1 - numRemoved;
+      pT = pE;
+    }
+  }
+  mergeDegree3(pVtx, pT);
+  removalFlipSweep();
+}
+
+/* Contract: pT holds pVtx; edge e = i+1 of pT (i the index of pVtx) leads
+   to the next triangle pN of the fan, counter-clockwise. When the ring
+   corners a, b, q form a proper counter-clockwise ear that does not
+   overlap pVtx, the edge pVtx-b is flipped into a-q: pT becomes the ear
+   (a, b, q), which no longer touches pVtx, and pN becomes (a, q, pVtx),
+   which continues the fan; pN is returned. Otherwise nothing changes and
+   the result is null. pVtx may end up on the edge a-q (a, q, pVtx
+   collinear): then pN is flat, which is harmless because every triangle
+   at pVtx disappears before the removal ends.
+
+                q                          q
+       Nj2     / \    Nj1         Nj2     /|\    Nj1
+              / N \                      / | \
+             v-----b       ->           v N| T b      T = (a,b,q)
+              \ T /                      \ | /        N = (a,q,v)
+       Te1     \ /    Ti          Te1     \|/    Ti
+                a                          a
+*/
+Triangle2* Dt2::removeEar(Point2* pVtx, Triangle2* pT) {
+  const int i(pT->getIntraTriangleIndex(pVtx));
+  const int e(incIndexBy1(i));
+  Triangle2* pN(pT->getOppositeTriangle(e));
+  if (pN == nullptr) return nullptr;
+  const int j(pN->getIntraTriangleIndex(pT));
+  Point2* a(pT->getCorner(e));
+  Point2* b(pT->getCorner(incIndexBy2(i)));
+  Point2* q(pN->getCorner(j));
+  if (kiroTest.getOrientation2(a, q, pVtx) == ORIENTATION2_CW) return nullptr;
+  if (kiroTest.getOrientation2(a, b, q) != ORIENTATION2_CCW) return nullptr;
+  Triangle2* pNj1(pN->getOppositeTriangle(incIndexBy1(j)));
+  Triangle2* pNj2(pN->getOppositeTriangle(incIndexBy2(j)));
+  Triangle2* pTi(pT->getOppositeTriangle(i));
+  Triangle2* pTe1(pT->getOppositeTriangle(incIndexBy1(e)));
+  pT->setPropertiesAndOppT(a, b, q, pNj1, pN, pTi);
+  pN->setPropertiesAndOppT(a, q, pVtx, pNj2, pTe1, pT);
+  // Only two outer neighbours change owner: the one across b-q and the
+  // previous triangle of the fan, across pVtx-a.
+  if (pNj1 != nullptr) pNj1->setOppTriangle(pNj1->getIntraTriangleIndex(pN), pT);
+  if (pTe1 != nullptr) pTe1->setOppTriangle(pTe1->getIntraTriangleIndex(pT), pN);
+  // The refiner, while it runs, hears of pT and pN here.
+  return pN;
+}
+
+/* Contract: pVtx has exactly the three triangles T0, T1, T2 (T0 = pT, in
+   counter-clockwise order), and lies inside or on an edge of the triangle
+   of its ring corners r0, r1, r2. T0 becomes (r0, r1, r2) with the three
+   outer neighbours; T1 and T2 go to vDeadT.
+
+              r2                           r2
+         O2  /|\  O1                  O2  / \  O1     T0 = (r0, r1, r2);
+            / | \                        /   \        slot 0 = O1 (r1-r2),
+           /T2|T1\          ->          / T0  \       slot 1 = O2 (r2-r0),
+          /  _v_  \                    /       \      slot 2 = O0 (r0-r1)
+         r0---T0--r1                  r0-------r1
+              O0                           O0
+*/
+void Dt2::mergeDegree3(Point2* pVtx, Triangle2* pT) {
+  Triangle2* aT[3];
+  Point2* aRing[3];
+  Triangle2* aOuter[3];
+  Triangle2* pCur(pT);
+  for (int k = 0; k < 3; ++k) {
+    const int i(pCur->getIntraTriangleIndex(pVtx));
+    aT[k] = pCur;
+    aRing[k] = pCur->getCorner(incIndexBy1(i));
+    aOuter[k] = pCur->getOppositeTriangle(i);
+    pCur = pCur->getOppositeTriangle(incIndexBy1(i));
+  }
+  VASK_ASSERT(pCur == aT[0] && "vRemainingT.size()==3");
+  int aOuterIdx[3];
+  for (int k = 0; k < 3; ++k) aOuterIdx[k] = aOuter[k] != nullptr ? aOuter[k]->getIntraTriangleIndex(aT[k]) : -1;
+  aT[0]->setPropertiesAndOppT(aRing[0], aRing[1], aRing[2], aOuter[1], aOuter[2], aOuter[0]);
+  for (int k = 1; k < 3; ++k) {
+    if (aOuter[k] != nullptr) aOuter[k]->setOppTriangle(aOuterIdx[k], aT[0]);
+    aT[k]->clearProperties();
+    vDeadT.push_back(aT[k]);
+  }
+}
+
+// Rounds of exact Delaunay flips over every edge of the former fan
+// (vUmbrellaT) and, in later rounds, of the triangles that the previous
+// round flipped. Only edges of these triangles can have lost the
+// empty-circle property, and a flip only affects the edges of its two
+// triangles. Dead triangles have no neighbours and are passed over.
+void Dt2::removalFlipSweep() {
+  vSweepT.assign(vUmbrellaT.begin(), vUmbrellaT.end());
+  while (!vSweepT.empty()) {
+    vSweepNextT.clear();
+    for (Triangle2* pT : vSweepT) {
+      for (int k = 0; k < 3; ++k) {
+        Triangle2* pN(pT->getOppositeTriangle(k));
+        if (pN == nullptr) continue;
+        // An edge that carries a constraint segment is never flipped; its
+        // test belongs here, before the in-circle test.
+        Point2* pFar(pN->getCorner(pN->getIntraTriangleIndex(pT)));
+        if (kiroTest.circleInc3state(pT, pFar) != CINC2_INCIRCLE) continue;
+        // The far corner lies strictly inside the circle, so the
+        // quadrilateral is strictly convex and the flip is legal.
+        flip(pT, k);
+        // The refiner, while it runs, hears of pT and pN here.
+        vSweepNextT.push_back(pT);
+        vSweepNextT.push_back(pN);
+        break;
+      }
+    }
+    vSweepT.swap(vSweepNextT);
+  }
+}
+
+// The ear search went once round the fan without success: with exact
+// predicates that cannot happen, so the state is broken.
+void Dt2::watchDogFailed(Point2* pVtx) {
+  std::cout << "vUmbrellaT.size()=" << vUmbrellaT.size() << ", vertex: " << *pVtx << std::endl;
+  VASK_ASSERT(false);
+}
+
+} // namespace KIRO_VASK2D

@@ -147,6 +147,34 @@ private:
   bool bFastMode;
   std::string name;
   ProgressPublisher progress;
+
+  // -------------------------------------------------------------------------
+  // Vertex removal
+public:
+  /** Takes a vertex out of the triangulation by flips only: no triangle is
+   * allocated. Refuses (warning, no change) a null pointer and a vertex that
+   * is not an active vertex of this triangulation (removed before, a
+   * duplicate's handle, another triangulation's vertex). Removing the last
+   * triangle's corner returns to the collinear state; in the collinear
+   * state the point just leaves the vault. Every other handle stays valid. */
+  void remove(Point2* pVtx);
+  /** Lowers the degree of pVtx by one when the ear (a, b, q) at pT can be cut
+   * off: see the contract in Dt2.cpp. Returns the triangle that continues
+   * the fan of pVtx, or null when there is no ear at pT. */
+  Triangle2* removeEar(Point2* pVtx, Triangle2* pT);
+  /** The vertices taken out by remove, in order of removal. */
+  const std::vector<Point2*>& getRemovedVertices() const { return vRemovedVertices; }
+
+private:
+  bool isVertexOfThis(Point2* pVtx) const;
+  void removeInnerVertex(Point2* pVtx);
+  void mergeDegree3(Point2* pVtx, Triangle2* pT);
+  void removalFlipSweep();
+  void watchDogFailed(Point2* pVtx);
+
+  std::vector<Point2*> vRemovedVertices;
+  std::vector<Triangle2*> vUmbrellaT;               // the fan of the vertex being removed
+  std::vector<Triangle2*> vSweepT, vSweepNextT;     // rounds of the removal's flip sweep
 };
 
 } // namespace KIRO_VASK2D

@@ -117,6 +117,8 @@ void Vask_2D::insert(int numPoints, double* aCoordinates, Point2** aHandles) {
   for (size_t k = 0; k < vPos.size(); ++k) aHandles[vPos[k]] = vFiniteHandles[k];
 }
 
+void Vask_2D::remove(Point2* pVtx) { pImpl->remove(pVtx); }
+
 unsigned int Vask_2D::numberOfPoints() const { return pImpl->numberOfPoints(); }
 unsigned int Vask_2D::numberOfTriangles() const { return pImpl->numberOfTriangles(); }
 void Vask_2D::getTrianglePointers(std::vector<Triangle2*>& vAllTriangles) const {

@@ -44,6 +44,13 @@ public:
   void insert(const std::vector<Point2>& vInputPoints, std::vector<Point2*>& vHandles);
   void insert(int numPoints, double* aCoordinates, Point2** aHandles);
 
+  // Removal
+  /** Takes the vertex out; its handle must not be used afterwards, every
+   * other handle stays valid. A null pointer or a pointer that is not a
+   * vertex of this triangulation (already removed, or another
+   * triangulation's) is refused with a warning and changes nothing. */
+  void remove(Point2* pVtx);
+
   // Counts and settings
   unsigned int numberOfPoints() const;
   unsigned int numberOfTriangles() const;

@@ -1046,10 +1046,11 @@ namespace {
 // True when p is the address of an element in the used part of one of the
 // pool's blocks. Blocks double up to their byte limit, so there are few of
 // them, and the test never dereferences p: a stale or foreign pointer is
-// answered without touching its memory.
+// answered without touching its memory. The last blocks are the largest and
+// hold most vertices, so the search starts there.
 bool isPoolElement(const SimplePool<Point2>& pool, const Point2* p) {
   const uintptr_t addr(reinterpret_cast<uintptr_t>(p));
-  for (int i = 0; i < pool.getNumContainers(); ++i) {
+  for (int i = pool.getNumContainers(); i-- > 0;) {
     int numUsed(0);
     const Point2* pBlock(pool.getContainer(i, numUsed));
     if (pBlock == nullptr) continue;
@@ -1104,13 +1105,20 @@ void Dt2::remove(Point2* pVtx) {
   vUmbrellaT.clear();
   TriangleAroundVertexIterator start(pVtx), it(pVtx);
   do {
-    if (*it == nullptr) {
+    Triangle2* pT(*it);
+    if (pT == nullptr) {
       removeHullVertex(pVtx, true);
       vRemovedVertices.push_back(pVtx);
       VASK_ASSERT(pVtx->getIncidentTriangle() == NULL);
       return;
     }
-    vUmbrellaT.push_back(*it);
+    // The walk is a chain of dependent loads. The ring corner and the outer
+    // neighbour of each triangle are needed by the ear search soon after:
+    // fetching them now overlaps their cache misses with the walk's.
+    const int i(pT->getIntraTriangleIndex(pVtx));
+    __builtin_prefetch(pT->getCorner(incIndexBy1(i)));
+    __builtin_prefetch(pT->getOppositeTriangle(i));
+    vUmbrellaT.push_back(pT);
     ++it;
   } while (it != start);
   removeInnerVertex(pVtx);
@@ -1226,19 +1234,42 @@ void Dt2::mergeDegree3(Point2* pVtx, Triangle2* pT) {
   }
 }
 
-// Rounds of exact Delaunay flips over every edge of the former fan
-// (vUmbrellaT) and, in later rounds, of the triangles that the previous
-// round flipped. Only edges of these triangles can have lost the
-// empty-circle property, and a flip only affects the edges of its two
-// triangles. Dead triangles have no neighbours and are passed over.
+// Whether pT is one of the triangles of the former fan; a linear search,
+// since a fan has about six triangles.
+bool Dt2::isUmbrellaTriangle(const Triangle2* pT) const {
+  for (const Triangle2* pU : vUmbrellaT)
+    if (pU == pT) return true;
+  return false;
+}
+
+// Rounds of exact Delaunay flips over the edges inside the former fan
+// (vUmbrellaT) and, in later rounds, over the edges of the triangles that
+// the previous round flipped. Dead triangles have no neighbours and are
+// passed over.
+//
+// Edges between the former fan and the rest are never tested. The outer
+// triangle O at such an edge is a Delaunay triangle of the remaining
+// points: its circumcircle held no vertex before the removal and holds none
+// after it. The in-circle test is symmetric across an edge (the far corner
+// of O lies inside the circle of the inner triangle I exactly when the far
+// corner of I lies inside the circle of O), so such an edge never needs a
+// flip, and O is never changed. The same holds for constrained triangles,
+// because a removal changes no constraint and so no visibility. Round one,
+// where every triangle of the fan is listed, tests each inner edge from one
+// side only.
 void Dt2::removalFlipSweep() {
+  // A fan of many triangles makes the membership test costly; there all
+  // edges are tested, which is correct too, only slower.
+  const bool bSkipOuter(vUmbrellaT.size() <= 24);
   vSweepT.assign(vUmbrellaT.begin(), vUmbrellaT.end());
-  while (!vSweepT.empty()) {
+  for (bool bFirstRound = true; !vSweepT.empty(); bFirstRound = false) {
     vSweepNextT.clear();
     for (Triangle2* pT : vSweepT) {
       for (int k = 0; k < 3; ++k) {
         Triangle2* pN(pT->getOppositeTriangle(k));
         if (pN == nullptr) continue;
+        if (bSkipOuter && !isUmbrellaTriangle(pN)) continue;
+        if (bFirstRound && bSkipOuter && pN < pT) continue;
         // An edge that carries a constraint segment is never flipped; its
         // test belongs here, before the in-circle test.
         Point2* pFar(pN->getCorner(pN->getIntraTriangleIndex(pT)));

@@ -169,6 +169,7 @@ private:
   bool isVertexOfThis(Point2* pVtx) const;
   void removeInnerVertex(Point2* pVtx);
   void mergeDegree3(Point2* pVtx, Triangle2* pT);
+  bool isUmbrellaTriangle(const Triangle2* pT) const;
   void removalFlipSweep();
   void watchDogFailed(Point2* pVtx);
 

@@ -14,6 +14,7 @@
 #include "VertexPair2.h"
 #include "TriangleAroundVertexIterator.h"
 #include "Predicates2.h"
+#include "freeFunctions.h"
 #include "Bbox2.h"
 #include "TriangleAroundVertexIterator.h"
 #include <vector>

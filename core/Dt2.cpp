@@ -1102,29 +1102,45 @@ void Dt2::remove(Point2* pVtx) {
     vertexVault.removeVertexRecord(pVtx);
     return;
   }
-  vUmbrellaT.clear();
-  TriangleAroundVertexIterator start(pVtx), it(pVtx);
-  do {
-    Triangle2* pT(*it);
-    if (pT == nullptr) {
-      removeHullVertex(pVtx, true);
-      vRemovedVertices.push_back(pVtx);
-      VASK_ASSERT(pVtx->getIncidentTriangle() == NULL);
-      return;
-    }
-    // The walk is a chain of dependent loads. The ring corner and the outer
-    // neighbour of each triangle are needed by the ear search soon after:
-    // fetching them now overlaps their cache misses with the walk's.
-    const int i(pT->getIntraTriangleIndex(pVtx));
-    __builtin_prefetch(pT->getCorner(incIndexBy1(i)));
-    __builtin_prefetch(pT->getOppositeTriangle(i));
-    vUmbrellaT.push_back(pT);
-    ++it;
-  } while (it != start);
+  if (!collectUmbrella(pVtx)) {
+    removeHullVertex(pVtx, true);
+    vRemovedVertices.push_back(pVtx);
+    VASK_ASSERT(pVtx->getIncidentTriangle() == NULL);
+    return;
+  }
   removeInnerVertex(pVtx);
   vRemovedVertices.push_back(pVtx);
   vertexVault.removeVertexRecord(pVtx);
   VASK_ASSERT(pVtx->getIncidentTriangle() == NULL);
+}
+
+// Collects the fan of pVtx into vUmbrellaT (in no particular order); false
+// when the fan meets the hull. The walk is a chain of dependent loads, so it
+// goes both ways round at once, which halves the chain: the two walks meet
+// half-way round an inner vertex, and one of them reaches the hull first
+// at a hull vertex. The ring corner and the outer neighbour of each
+// triangle are needed by the ear search soon after: fetching them now
+// overlaps their cache misses with the walk's.
+bool Dt2::collectUmbrella(Point2* pVtx) {
+  vUmbrellaT.clear();
+  TriangleAroundVertexIterator itCCW(pVtx), itCW(pVtx);
+  Triangle2* pT(*itCCW);
+  for (;;) {
+    const int i(pT->getIntraTriangleIndex(pVtx));
+    __builtin_prefetch(pT->getCorner(incIndexBy1(i)));
+    __builtin_prefetch(pT->getOppositeTriangle(i));
+    vUmbrellaT.push_back(pT);
+    if (vUmbrellaT.size() % 2 == 1) {
+      ++itCCW;
+      pT = *itCCW;
+      if (pT == *itCW) return true;
+    } else {
+      --itCW;
+      pT = *itCW;
+      if (pT == *itCCW) return true;
+    }
+    if (pT == nullptr) return false;
+  }
 }
 
 // Contract: pVtx is an inner vertex whose closed fan is vUmbrellaT, in
@@ -1140,6 +1156,7 @@ void Dt2::removeInnerVertex(Point2* pVtx) {
   Triangle2* pT(vUmbrellaT[0]);
   int numRemoved(0);
   int watchDog(size);
+  vEarT.clear();
   while (size - numRemoved > 3) {
     if (--watchDog < 0) watchDogFailed(pVtx);
     Triangle2* pE(removeEar(pVtx, pT));
@@ -1148,6 +1165,7 @@ void Dt2::removeInnerVertex(Point2* pVtx) {
     } else {
       ++numRemoved;
       watchDog = size + 1 - numRemoved;
+      vEarT.push_back(pT);
       pT = pE;
     }
   }
@@ -1234,18 +1252,23 @@ void Dt2::mergeDegree3(Point2* pVtx, Triangle2* pT) {
   }
 }
 
-// Whether pT is one of the triangles of the former fan; a linear search,
-// since a fan has about six triangles.
+// Whether pT (maybe null) is one of the triangles of the former fan; a
+// linear search, since a fan has about six triangles and this is asked only
+// after a flip.
 bool Dt2::isUmbrellaTriangle(const Triangle2* pT) const {
+  if (pT == nullptr) return false;
   for (const Triangle2* pU : vUmbrellaT)
     if (pU == pT) return true;
   return false;
 }
 
-// Rounds of exact Delaunay flips over the edges inside the former fan
-// (vUmbrellaT) and, in later rounds, over the edges of the triangles that
-// the previous round flipped. Dead triangles have no neighbours and are
-// passed over.
+// Rounds of exact Delaunay flips over the edges inside the former fan. The
+// first round tests the inner edges of the fan's new triangulation: each
+// ear step made one, the diagonal a-q, which is edge 1 of its ear, and no
+// ear changes afterwards. Later rounds test the edges of the triangles that
+// the previous round flipped. A triangle of the list that a flip of the
+// same round has changed is in the next list as well, so a stale entry
+// costs a test and loses nothing.
 //
 // Edges between the former fan and the rest are never tested. The outer
 // triangle O at such an edge is a Delaunay triangle of the remaining
@@ -1254,37 +1277,35 @@ bool Dt2::isUmbrellaTriangle(const Triangle2* pT) const {
 // of O lies inside the circle of the inner triangle I exactly when the far
 // corner of I lies inside the circle of O), so such an edge never needs a
 // flip, and O is never changed. The same holds for constrained triangles,
-// because a removal changes no constraint and so no visibility. Round one,
-// where every triangle of the fan is listed, tests each inner edge from one
-// side only.
+// because a removal changes no constraint and so no visibility.
 void Dt2::removalFlipSweep() {
-  // A fan of many triangles makes the membership test costly; there all
-  // edges are tested, which is correct too, only slower.
-  const bool bSkipOuter(vUmbrellaT.size() <= 24);
-  vSweepT.assign(vUmbrellaT.begin(), vUmbrellaT.end());
-  for (bool bFirstRound = true; !vSweepT.empty(); bFirstRound = false) {
-    vSweepNextT.clear();
-    for (Triangle2* pT : vSweepT) {
-      for (int k = 0; k < 3; ++k) {
-        Triangle2* pN(pT->getOppositeTriangle(k));
-        if (pN == nullptr) continue;
-        if (bSkipOuter && !isUmbrellaTriangle(pN)) continue;
-        if (bFirstRound && bSkipOuter && pN < pT) continue;
-        // An edge that carries a constraint segment is never flipped; its
-        // test belongs here, before the in-circle test.
-        Point2* pFar(pN->getCorner(pN->getIntraTriangleIndex(pT)));
-        if (kiroTest.circleInc3state(pT, pFar) != CINC2_INCIRCLE) continue;
-        // The far corner lies strictly inside the circle, so the
-        // quadrilateral is strictly convex and the flip is legal.
-        flip(pT, k);
-        // The refiner, while it runs, hears of pT and pN here.
-        vSweepNextT.push_back(pT);
-        vSweepNextT.push_back(pN);
-        break;
-      }
-    }
+  vSweepNextT.clear();
+  for (Triangle2* pT : vEarT) sweepEdge(pT, 1);
+  while (!vSweepNextT.empty()) {
     vSweepT.swap(vSweepNextT);
+    vSweepNextT.clear();
+    for (Triangle2* pT : vSweepT)
+      for (int k = 0; k < 3; ++k)
+        if (isUmbrellaTriangle(pT->getOppositeTriangle(k)) && sweepEdge(pT, k)) break;
   }
+}
+
+// The exact Delaunay test of edge k of pT; on a failure the edge is flipped
+// and both triangles go to the next round. A hull edge passes.
+bool Dt2::sweepEdge(Triangle2* pT, int k) {
+  Triangle2* pN(pT->getOppositeTriangle(k));
+  if (pN == nullptr) return false;
+  // An edge that carries a constraint segment is never flipped; its test
+  // belongs here, before the in-circle test.
+  Point2* pFar(pN->getCorner(pN->getIntraTriangleIndex(pT)));
+  if (kiroTest.circleInc3state(pT, pFar) != CINC2_INCIRCLE) return false;
+  // The far corner lies strictly inside the circle, so the quadrilateral is
+  // strictly convex and the flip is legal.
+  flip(pT, k);
+  // The refiner, while it runs, hears of pT and pN here.
+  vSweepNextT.push_back(pT);
+  vSweepNextT.push_back(pN);
+  return true;
 }
 
 // The ear search went once round the fan without success: with exact

@@ -169,12 +169,15 @@ private:
   bool isVertexOfThis(Point2* pVtx) const;
   void removeInnerVertex(Point2* pVtx);
   void mergeDegree3(Point2* pVtx, Triangle2* pT);
+  bool collectUmbrella(Point2* pVtx);
   bool isUmbrellaTriangle(const Triangle2* pT) const;
   void removalFlipSweep();
+  bool sweepEdge(Triangle2* pT, int k);
   void watchDogFailed(Point2* pVtx);
 
   std::vector<Point2*> vRemovedVertices;
   std::vector<Triangle2*> vUmbrellaT;               // the fan of the vertex being removed
+  std::vector<Triangle2*> vEarT;                    // its ears, in the order of cutting
   std::vector<Triangle2*> vSweepT, vSweepNextT;     // rounds of the removal's flip sweep
 };
 

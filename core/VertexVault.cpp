@@ -322,7 +322,7 @@ size_t VertexVault::bisect(uint32_t idx) const {
   size_t lo(0), hi(numSorted - 1);
   while (lo != hi) {
     const size_t mid((lo + hi) / 2);
-    if (idx <= vIdxVtxAct[mid]->idx) {
+    if (idx <= vSortedIdx[mid]) {
       hi = mid;
     } else {
       lo = (lo == mid) ? mid + 1 : mid;
@@ -512,6 +512,8 @@ void VertexVault::rebuild(bool bLazy) {
   }
   numSorted = vIdxVtxAct.size();
   numActive = numSorted;
+  vSortedIdx.resize(numSorted);
+  for (size_t i = 0; i < numSorted; ++i) vSortedIdx[i] = vIdxVtxAct[i]->idx;
 }
 
 void VertexVault::reindex() {

@@ -1,4 +1,5 @@
 #include "core/Dt2.h"
+#include "core/PoolIndex.h"
 #include "TriangleAroundVertexIterator.h"
 #include "support/Histogram.h"
 #include "support/Log.h"
@@ -1041,35 +1042,19 @@ bool Dt2::getDev(const std::string& key, int& iVal, double& dVal) const {
 
 namespace KIRO_VASK2D {
 
-namespace {
-
-// True when p is the address of an element in the used part of one of the
-// pool's blocks. Blocks double up to their byte limit, so there are few of
-// them, and the test never dereferences p: a stale or foreign pointer is
-// answered without touching its memory. The last blocks are the largest and
-// hold most vertices, so the search starts there.
-bool isPoolElement(const SimplePool<Point2>& pool, const Point2* p) {
-  const uintptr_t addr(reinterpret_cast<uintptr_t>(p));
-  for (int i = pool.getNumContainers(); i-- > 0;) {
-    int numUsed(0);
-    const Point2* pBlock(pool.getContainer(i, numUsed));
-    if (pBlock == nullptr) continue;
-    const uintptr_t first(reinterpret_cast<uintptr_t>(pBlock));
-    if (addr < first) continue;
-    const uintptr_t offset(addr - first);
-    if (offset < static_cast<uintptr_t>(numUsed) * sizeof(Point2)) return offset % sizeof(Point2) == 0;
-  }
-  return false;
+// A stale or foreign pointer is answered without touching its memory: the
+// pool test compares addresses only.
+bool Dt2::getVertexPoolIndex(const Point2* pVtx, size_t& index) const {
+  return getPoolIndex(vertexPool, pVtx, index);
 }
-
-} // namespace
 
 // An active vertex of this triangulation comes from its vertex pool and, in
 // the full-dimensional state, has an incident triangle that holds it: a
 // removed vertex and a duplicate's vertex have none. In the collinear state
 // no vertex has a triangle, and the vault decides.
 bool Dt2::isVertexOfThis(Point2* pVtx) const {
-  if (!isPoolElement(vertexPool, pVtx)) return false;
+  size_t poolIndex(0);
+  if (!getVertexPoolIndex(pVtx, poolIndex)) return false;
   if (*pBFullDimensional) {
     const Triangle2* pIncT(pVtx->getIncidentTriangle());
     return pIncT != nullptr && pIncT->hasVertex(pVtx);
@@ -1087,7 +1072,8 @@ void Dt2::remove(Point2* pVtx) {
   vertexVault.rebuild(true);
   if (!isVertexOfThis(pVtx)) {
     std::ostringstream oss;
-    if (isPoolElement(vertexPool, pVtx)) {
+    size_t poolIndex(0);
+    if (getVertexPoolIndex(pVtx, poolIndex)) {
       oss << *pVtx;
     } else {
       oss << "Point2 (" << static_cast<const void*>(pVtx) << ")";

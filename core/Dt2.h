@@ -162,6 +162,9 @@ public:
    * off: see the contract in Dt2.cpp. Returns the triangle that continues
    * the fan of pVtx, or null when there is no ear at pT. */
   Triangle2* removeEar(Point2* pVtx, Triangle2* pT);
+  /** Position of pVtx among the vertices this triangulation's pool handed
+   * out; false for any other pointer, which is never dereferenced. */
+  bool getVertexPoolIndex(const Point2* pVtx, size_t& index) const;
   /** The vertices taken out by remove, in order of removal. */
   const std::vector<Point2*>& getRemovedVertices() const { return vRemovedVertices; }
 

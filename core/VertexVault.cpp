@@ -1,6 +1,7 @@
 #include "core/VertexVault.h"
 #include "TriangleAroundVertexIterator.h"
 #include "core/Dt2.h"
+#include "core/PoolIndex.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
@@ -521,14 +522,27 @@ void VertexVault::reindex() {
   rebuild(false);
 }
 
+// Each addition takes a vertex and a record from their pools in lockstep,
+// so the record of the n-th vertex is normally the n-th record: found
+// without a search, and checked. Anything else goes through the lookup.
+IdxVtxAct* VertexVault::findActiveRecord(const Point2* pVtx) const {
+  size_t poolIndex(0);
+  if (pDt2->getVertexPoolIndex(pVtx, poolIndex)) {
+    IdxVtxAct* pRec(getPoolElement(recordPool, poolIndex));
+    if (pRec != nullptr && pRec->pVtx == pVtx && pRec->bActive) return pRec;
+  }
+  const size_t vertexPos(getIdxOfActiveVtx(pVtx));
+  VASK_ASSERT(vIdxVtxAct[vertexPos]->pVtx == pVtx);
+  return vIdxVtxAct[vertexPos];
+}
+
 void VertexVault::removeVertexRecord(Point2* pRemovedVertex) {
   VASK_ASSERT(!vIdxVtxAct.empty());
   ++numRemoved;
   pRemovedVertex->setIncidentTriangle(nullptr);
-  const size_t vertexPos(getIdxOfActiveVtx(pRemovedVertex));
-  VASK_ASSERT(vIdxVtxAct[vertexPos]->pVtx == pRemovedVertex);
-  VASK_ASSERT(vIdxVtxAct[vertexPos]->bActive == true);
-  vIdxVtxAct[vertexPos]->bActive = false;
+  IdxVtxAct* pRec(findActiveRecord(pRemovedVertex));
+  VASK_ASSERT(pRec->bActive == true);
+  pRec->bActive = false;
   --numActive;
   if (!bFullDimensional) rebuild(false);
 }

@@ -88,6 +88,7 @@ public:
 
 private:
   IdxVtxAct* newRecord(uint32_t idx, Point2* pVtx);
+  IdxVtxAct* findActiveRecord(const Point2* pVtx) const;
   void sortPairs(std::vector<uint64_t>& vPairs) const;
   void sortRecords(VtxRecIt first, VtxRecIt last) const;
   void fixHandles(std::vector<Point2*>* pVHandles) const;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <new>
 #include <random>
 #include <set>
 #include <string>
@@ -534,6 +535,26 @@ TEST(RemovalSequence, LibraryCheckAgreesAfterRemovals) {
   ::testing::internal::GetCapturedStdout();
   EXPECT_TRUE(bValid);
   EXPECT_EQ(dt.getImpl()->getRemovedVertices().size(), 1000u);
+}
+
+TEST(RemovalSequence, RecordsFoundAlsoWhenVertexAndRecordPoolsDiverge) {
+  // A vertex taken from the pool without a vault record shifts the pools'
+  // lockstep: every later record must then be found by its key.
+  Vask_2D dt;
+  std::vector<Point2*> vFirst, vSecond;
+  dt.insert(vask_test::randomPoints(300, 111), vFirst);
+  new (dt.getImpl()->newVertex()) Point2(5.0, 5.0);
+  dt.insert(vask_test::randomPoints(300, 112), vSecond);
+  for (Point2* p : vSecond) dt.insert(Point2(p->x() + 0.5, p->y()));
+  std::vector<Point2*> vAll;
+  dt.getVertexPointers(vAll);
+  std::shuffle(vAll.begin(), vAll.end(), std::mt19937(113));
+  for (std::size_t k = 0; k < vAll.size(); ++k) {
+    dt.remove(vAll[k]);
+    ASSERT_EQ(dt.numberOfPoints(), vAll.size() - k - 1);
+    if (k % 50 == 0) ASSERT_TRUE(isValidDelaunay(dt)) << "step " << k;
+  }
+  EXPECT_FALSE(dt.hasArea());
 }
 
 // ------------------------------------------------------------ large random

@@ -1251,10 +1251,11 @@ bool Dt2::isUmbrellaTriangle(const Triangle2* pT) const {
 // Rounds of exact Delaunay flips over the edges inside the former fan. The
 // first round tests the inner edges of the fan's new triangulation: each
 // ear step made one, the diagonal a-q, which is edge 1 of its ear, and no
-// ear changes afterwards. Later rounds test the edges of the triangles that
-// the previous round flipped. A triangle of the list that a flip of the
-// same round has changed is in the next list as well, so a stale entry
-// costs a test and loses nothing.
+// ear changes afterwards. A flip makes its new diagonal legal and can only
+// spoil the four outer edges of its quadrilateral; these form the next
+// round. An entry whose triangle a later flip of the same round has changed
+// may name another edge by now: testing it costs a test and loses nothing,
+// because that later flip has listed the edges it touched as well.
 //
 // Edges between the former fan and the rest are never tested. The outer
 // triangle O at such an edge is a Delaunay triangle of the remaining
@@ -1265,33 +1266,35 @@ bool Dt2::isUmbrellaTriangle(const Triangle2* pT) const {
 // flip, and O is never changed. The same holds for constrained triangles,
 // because a removal changes no constraint and so no visibility.
 void Dt2::removalFlipSweep() {
-  vSweepNextT.clear();
+  vSweepNextE.clear();
   for (Triangle2* pT : vEarT) sweepEdge(pT, 1);
-  while (!vSweepNextT.empty()) {
-    vSweepT.swap(vSweepNextT);
-    vSweepNextT.clear();
-    for (Triangle2* pT : vSweepT)
-      for (int k = 0; k < 3; ++k)
-        if (isUmbrellaTriangle(pT->getOppositeTriangle(k)) && sweepEdge(pT, k)) break;
+  while (!vSweepNextE.empty()) {
+    vSweepE.swap(vSweepNextE);
+    vSweepNextE.clear();
+    for (const std::pair<Triangle2*, int>& edge : vSweepE)
+      if (isUmbrellaTriangle(edge.first->getOppositeTriangle(edge.second))) sweepEdge(edge.first, edge.second);
   }
 }
 
 // The exact Delaunay test of edge k of pT; on a failure the edge is flipped
-// and both triangles go to the next round. A hull edge passes.
-bool Dt2::sweepEdge(Triangle2* pT, int k) {
+// and the outer edges of the quadrilateral go to the next round. A hull
+// edge passes.
+void Dt2::sweepEdge(Triangle2* pT, int k) {
   Triangle2* pN(pT->getOppositeTriangle(k));
-  if (pN == nullptr) return false;
+  if (pN == nullptr) return;
   // An edge that carries a constraint segment is never flipped; its test
   // belongs here, before the in-circle test.
   Point2* pFar(pN->getCorner(pN->getIntraTriangleIndex(pT)));
-  if (kiroTest.circleInc3state(pT, pFar) != CINC2_INCIRCLE) return false;
+  if (kiroTest.circleInc3state(pT, pFar) != CINC2_INCIRCLE) return;
   // The far corner lies strictly inside the circle, so the quadrilateral is
   // strictly convex and the flip is legal.
   flip(pT, k);
   // The refiner, while it runs, hears of pT and pN here.
-  vSweepNextT.push_back(pT);
-  vSweepNextT.push_back(pN);
-  return true;
+  // After the flip the diagonal is edge 1 of pT and edge 2 of pN.
+  vSweepNextE.emplace_back(pT, 0);
+  vSweepNextE.emplace_back(pT, 2);
+  vSweepNextE.emplace_back(pN, 0);
+  vSweepNextE.emplace_back(pN, 1);
 }
 
 // The ear search went once round the fan without success: with exact

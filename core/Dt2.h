@@ -175,13 +175,13 @@ private:
   bool collectUmbrella(Point2* pVtx);
   bool isUmbrellaTriangle(const Triangle2* pT) const;
   void removalFlipSweep();
-  bool sweepEdge(Triangle2* pT, int k);
+  void sweepEdge(Triangle2* pT, int k);
   void watchDogFailed(Point2* pVtx);
 
   std::vector<Point2*> vRemovedVertices;
   std::vector<Triangle2*> vUmbrellaT;               // the fan of the vertex being removed
   std::vector<Triangle2*> vEarT;                    // its ears, in the order of cutting
-  std::vector<Triangle2*> vSweepT, vSweepNextT;     // rounds of the removal's flip sweep
+  std::vector<std::pair<Triangle2*, int> > vSweepE, vSweepNextE; // rounds of the removal's flip sweep
 };
 
 } // namespace KIRO_VASK2D

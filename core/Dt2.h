@@ -28,7 +28,11 @@ namespace KIRO_VASK2D {
  * - every vertex of the mesh points at one of its triangles;
  * - vCheckT is empty; every entry it ever holds has the new vertex at
  *   corner 0, and its edge 0 is the edge still to be tested;
- * - numberOfTriangles() = vVaskTriangles.size() - vDeadT.size(). */
+ * - numberOfTriangles() = numAllT - vDeadT.size(), where numAllT counts
+ *   every triangle ever taken from the pool. The pool itself is the list of
+ *   all triangles: its blocks hold them in order of allocation, and a dead
+ *   one has no corners. (No separate vector of all triangles: at two per
+ *   vertex it would cost 16 bytes per vertex.) */
 class Dt2 {
 public:
   explicit Dt2(unsigned numPoints);
@@ -125,7 +129,6 @@ private:
     }
     return kiroTest.circleInc3state(pNeig, p);
   }
-  void deadTriangleSet(std::vector<Triangle2*>& vSortedDead) const;
 
   std::mutex mtxFreshGet;
   std::mutex mtxFreshReturn;
@@ -140,7 +143,7 @@ private:
   SimplePool<Triangle2> trianglePool;
   SimplePool<Point2> vertexPool;
   std::vector<Triangle2*> vDeadT;
-  std::vector<Triangle2*> vVaskTriangles;
+  size_t numAllT;
   std::vector<Triangle2*> vCheckT;
   std::vector<std::pair<Triangle2*, int> > vHullL, vHullR;
   std::vector<Triangle2*> vCandidates, vNextCandidates;

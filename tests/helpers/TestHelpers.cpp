@@ -191,6 +191,8 @@ Validation validate(const std::vector<Triangle2*>& vT, const std::vector<Point2*
                     std::size_t maxEmptyCircleTests) {
   Validation v;
   v.numTriangles = vT.size();
+  // Without triangles the points wait in the vault: nothing to check here.
+  if (vT.empty()) return v;
   std::unordered_map<const Triangle2*, int> mAlive;
   mAlive.reserve(vT.size() * 2);
   for (const Triangle2* pT : vT) mAlive[pT] = 1;

@@ -22,7 +22,7 @@ const unsigned MAX_POOL_HINT(1u << 26);
 } // namespace
 
 Dt2::Dt2(unsigned numPoints)
-    : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), hcMinX(0.0), hcMinY(0.0), hcMaxX(1.0), hcMaxY(1.0), vertexVault(this),
+    : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), vertexVault(this),
       pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), bFastMode(false),
       progress("Dt2") {
   if (numPoints < 3) numPoints = 3;
@@ -59,18 +59,18 @@ void Dt2::growBox() {
 
 // The curve's box is the doubled box, limited to +-DBL_MAX/2 so that its
 // ranges are finite, and given a positive extent in each axis: collinear or
-// single points must not produce an infinite cell scale.
+// single points must not leave an axis without cells.
 void Dt2::resetHilbertKey() {
   const double lim(DBL_MAX / 2);
-  hcMinX = std::min(lim, std::max(-lim, bbox.get_minX()));
-  hcMaxX = std::min(lim, std::max(-lim, bbox.get_maxX()));
-  hcMinY = std::min(lim, std::max(-lim, bbox.get_minY()));
-  hcMaxY = std::min(lim, std::max(-lim, bbox.get_maxY()));
+  const double minX(std::min(lim, std::max(-lim, bbox.get_minX())));
+  const double minY(std::min(lim, std::max(-lim, bbox.get_minY())));
+  double maxX(std::min(lim, std::max(-lim, bbox.get_maxX())));
+  double maxY(std::min(lim, std::max(-lim, bbox.get_maxY())));
   // 1e-300 keeps 2^15 cells / range finite (2^15 / 1e-300 < DBL_MAX).
-  const double range(std::max(1e-300, std::max(hcMaxX - hcMinX, hcMaxY - hcMinY)));
-  if (!(hcMaxX - hcMinX >= 1e-300)) hcMaxX = hcMinX + range;
-  if (!(hcMaxY - hcMinY >= 1e-300)) hcMaxY = hcMinY + range;
-  hc2.init(hcMinX, hcMinY, hcMaxX, hcMaxY, 30);
+  const double range(std::max(1e-300, std::max(maxX - minX, maxY - minY)));
+  if (!(maxX - minX >= 1e-300)) maxX = minX + range;
+  if (!(maxY - minY >= 1e-300)) maxY = minY + range;
+  hc2.init(minX, minY, maxX, maxY, 30);
 }
 
 // ---------------------------------------------------------------------------
@@ -993,7 +993,7 @@ void Dt2::getTrianglePointers(std::vector<Triangle2*>& vAllTriangles) const {
   if (!*pBFullDimensional) return;
   vAllTriangles.reserve(numberOfTriangles());
   // Pool order is the order of allocation; dead triangles have no corners.
-  for (size_t b = 0; b < trianglePool.getNumContainers(); ++b) {
+  for (int b = 0; b < trianglePool.getNumContainers(); ++b) {
     int numUsed(0);
     Triangle2* pBlock(trianglePool.getContainer(b, numUsed));
     for (int i = 0; i < numUsed; ++i)

@@ -104,13 +104,9 @@ public:
   VertexVault& getVertexVault() { return vertexVault; }
   const Bbox2& getBbox() const { return bbox; }
   Point2* newVertex() { return vertexPool.get(); }
-  /** Hilbert index of a position; positions outside the curve's box are
-   * clamped to it, so any finite point gets a valid (maybe poor) index. */
-  uint32_t getHilbertIndex(double x, double y) const {
-    x = x < hcMinX ? hcMinX : (x > hcMaxX ? hcMaxX : x);
-    y = y < hcMinY ? hcMinY : (y > hcMaxY ? hcMaxY : y);
-    return hc2.getKey(x, y);
-  }
+  /** Hilbert index of a position; positions outside the curve's box fall
+   * into its border cells, so any point gets a valid (maybe poor) index. */
+  uint32_t getHilbertIndex(double x, double y) const { return hc2.getKey(x, y); }
   void linkPair(Triangle2* pT, int i, Triangle2* pN, int j);
 
 private:
@@ -135,7 +131,6 @@ private:
   int numCPU;
   std::map<std::string, std::pair<int, double> > mDevValues;
   HC2 hc2;
-  double hcMinX, hcMinY, hcMaxX, hcMaxY;
   VertexVault vertexVault;
   bool* pBFullDimensional;
   KiroTest kiroTest;

@@ -8,6 +8,9 @@ namespace KIRO_VASK2D {
  * then in an undefined state; nothing inside the library catches it. */
 class VASK2D_API VaskException : public std::exception {
 public:
+  // Out of line, so that the vtable and typeinfo live in the library only and
+  // a host's catch clause matches the library's throw.
+  ~VaskException() override;
   const char* what() const noexcept override;
 };
 

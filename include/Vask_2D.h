@@ -7,9 +7,14 @@
 #include "Vector2.h"
 #include "Point2.h"
 #include "Triangle2.h"
-#include "Predicates2.h"
+#include "Segment2.h"
+#include "Edge2.h"
+#include "Circle2.h"
 #include "Bbox2.h"
+#include "VertexPair2.h"
 #include "TriangleAroundVertexIterator.h"
+#include "Predicates2.h"
+#include "freeFunctions.h"
 #include <vector>
 
 namespace KIRO_VASK2D {

@@ -3,6 +3,7 @@
 #include "Predicates2.h"
 #include "Triangle2.h"
 #include <cmath>
+#include <emmintrin.h>
 #include <gmp.h>
 #include <mutex>
 
@@ -15,7 +16,20 @@ namespace KIRO_VASK2D {
  *
  * The orientation filter compares against a static bound that is valid for
  * coordinates up to maxCoord; callers raise it (setStaticBound_MT,
- * updateStaticBound) before they ask about points beyond it. */
+ * updateStaticBound) before they ask about points beyond it. A point beyond
+ * maxCoord is still answered exactly, by the slower stages, after a
+ * diagnostic on standard output.
+ *
+ * Domain. Every answer is exact for all finite doubles, subnormals
+ * included, in any IEEE rounding mode of the calling thread; the caller's
+ * rounding mode is the same after each call. The floating-point
+ * environment must keep gradual underflow (no flush-to-zero or
+ * denormals-are-zero), which is the default. A NaN or infinite coordinate
+ * has no exact answer: such a query yields ORIENTATION2_COLLINEAR or
+ * CINC2_ZERO, never reaches the rationals and never loops.
+ *
+ * Threads. The filters take no lock. The exact orientation and in-circle
+ * stages each hold their own mutex while they use the member rationals. */
 class KiroTest {
 public:
   KiroTest();
@@ -23,12 +37,20 @@ public:
   KiroTest(const KiroTest&) = delete;
   KiroTest& operator=(const KiroTest&) = delete;
 
+  /** Exact side of p2 with respect to the directed line p0 p1. */
   Orientation2 getOrientation2(const Point2* p0, const Point2* p1, const Point2* p2) {
-    const double det((p0->x() - p2->x()) * (p1->y() - p2->y()) - (p0->y() - p2->y()) * (p1->x() - p2->x()));
-    if (det > staticBound) {
-      if (withinBound(p0, p1, p2)) return ORIENTATION2_CCW;
-    } else if (negStaticBound > det) {
-      if (withinBound(p0, p1, p2)) return ORIENTATION2_CW;
+    // det = (x0-x2)*(y1-y2) - (y0-y2)*(x1-x2), each operation rounded as in
+    // scalar code, on (x, y) register pairs: half the instructions.
+    const __m128d c0(_mm_set_pd(p0->y(), p0->x())), c1(_mm_set_pd(p1->y(), p1->x())), c2(_mm_set_pd(p2->y(), p2->x()));
+    const __m128d d0(_mm_sub_pd(c0, c2)), d1(_mm_sub_pd(c1, c2));
+    const __m128d prod(_mm_mul_pd(d0, _mm_shuffle_pd(d1, d1, 1)));
+    const double det(_mm_cvtsd_f64(_mm_sub_sd(prod, _mm_unpackhi_pd(prod, prod))));
+    // The bound holds for points within filterCoord (see setStaticBound_MT).
+    // An infinite coordinate fails this test; a NaN may slip through the
+    // maximum but makes det NaN, so neither is ever decided here.
+    if (maxAbsCoord(c0, c1, c2) <= filterCoord) {
+      if (det > staticBound) return ORIENTATION2_CCW;
+      if (negStaticBound > det) return ORIENTATION2_CW;
     }
     return getOrientation2Slow(p0, p1, p2);
   }
@@ -52,26 +74,61 @@ public:
     const double bx(c1->x() - p->x()), by(c1->y() - p->y());
     const double cx(c2->x() - p->x()), cy(c2->y() - p->y());
     const double alift(ax * ax + ay * ay), blift(bx * bx + by * by), clift(cx * cx + cy * cy);
+    // With every squared difference below 2^506 no term below exceeds 2^1015,
+    // so nothing overflows in any rounding mode. The test is needed: rounding
+    // down or toward zero turns an overflow into DBL_MAX, not infinity, and
+    // the result would look finite. NaN fails it as well.
+    const double sumLift(alift + blift + clift);
+    if (!(sumLift <= 0x1p506)) return 0;
     const double bxcy(bx * cy), cxby(cx * by), cxay(cx * ay), axcy(ax * cy), axby(ax * by), bxay(bx * ay);
     const double det((bxcy - cxby) * alift + (cxay - axcy) * blift + (axby - bxay) * clift);
     const double perm((std::fabs(bxcy) + std::fabs(cxby)) * alift + (std::fabs(cxay) + std::fabs(axcy)) * blift +
                       (std::fabs(axby) + std::fabs(bxay)) * clift);
-    const double err(3.33e-15 * perm);
+    // 3.33e-15 (30 units of u = 2^-53) is a hand-set margin of three times the
+    // relative error (10u + 96u^2) * perm of this evaluation order in
+    // round-to-nearest; it still covers the doubled first-order error 20u of
+    // directed rounding modes. A product in the subnormal range adds an
+    // absolute error of up to 2^-1074 that the relative bound misses. Through
+    // the lifts and cross terms (each |bx*cy - cx*by| <= (blift + clift) / 2)
+    // these add up to less than 4 * 2^-1074 * sumLift + 3 * 2^-1074, which the
+    // second term covers 2^70 times over; for ordinary magnitudes it vanishes
+    // against the first.
+    const double err(3.33e-15 * perm + underflowFloor * (sumLift + 1.0));
     if (det > err) return CINC2_INCIRCLE;
     if (-err > det) return CINC2_OUTCIRCLE;
     return 0;
   }
 
+  /** Makes the orientation filter valid for coordinates up to maxCoord (with
+   * a margin of ten); the bound only grows, so a smaller or negative value
+   * changes nothing. Thread-safe. NaN breaks the assertion "maxCoord>=0";
+   * +infinity is ignored, since no bound covers infinite coordinates and it
+   * would only switch the filter off. */
   void setStaticBound_MT(double maxCoord);
+  /** Raises the bound to cover the finite coordinates of the three points. */
   void setStaticBound(const Point2* p0, const Point2* p1, const Point2* p2);
   void updateStaticBound(const Point2* p) {
     if (p->getMaxAbs() > maxCoord) setStaticBound_MT(p->getMaxAbs());
   }
   double getStaticBound() const { return staticBound; }
   double getMaxCoord() const { return maxCoord; }
+  /** Largest absolute coordinate for which the orientation filter decides. */
+  double getFilterCoord() const { return filterCoord; }
 
+  /** 3 * 2^-50: first-order error of the orientation filter for |coordinates| <= M,
+   * in units of M^2 (derivation in KiroTest.cpp). */
+  static constexpr double staticBoundFactor = 3.0 * 0x1p-50;
+  /** Absolute floor of both filter bounds, for products in the subnormal range
+   * (derivation in KiroTest.cpp and at circleInc3stateCheap). */
+  static constexpr double underflowFloor = 0x1p-1000;
+
+  /** Quick test of segments ab and cd: IST_NOIS, IST_COLLINEAR (collinear and
+   * overlapping or touching) or IST_REGULAR (crossing; a touching end point counts). */
   IntersectionState2 getIntersectionState(const Point2* a, const Point2* b, const Point2* c, const Point2* d);
-  /** Intersection of lines ab and cd in rational arithmetic; the lines must not be parallel. */
+  /** Intersection of lines ab and cd in rational arithmetic, each coordinate
+   * truncated to a double (within one unit of the last place). Parallel lines
+   * and non-finite coordinates are errors of the caller: a warning or the
+   * assertion message, then VaskException. Thread-safe. */
   void getIntersectionCoords_gmp_MT(const Point2* a, const Point2* b, const Point2* c, const Point2* d, double& x,
                                     double& y);
 
@@ -80,29 +137,37 @@ public:
 
   /** Counters of the stages, cheap and unsynchronised: diagnostics for benchmarks and tests. */
   struct Counters {
-    unsigned long long orientSlow = 0;   // orientation calls that passed the filter
-    unsigned long long orientExact = 0;  // ... and reached the rationals
-    unsigned long long incircleExact = 0;
+    unsigned long long orientSlow = 0;    // orientation calls the filter did not decide
+    unsigned long long orientExact = 0;   // ... that the interval stage did not decide either
+    unsigned long long incircleSlow = 0;  // in-circle calls the filter did not decide
+    unsigned long long incircleExact = 0; // ... that were no axis-parallel rectangle
   };
   const Counters& getCounters() const { return counters; }
   void resetCounters() { counters = Counters(); }
 
 private:
-  bool withinBound(const Point2* p0, const Point2* p1, const Point2* p2) const {
-    return p0->getMaxAbs() <= maxCoord && p1->getMaxAbs() <= maxCoord && p2->getMaxAbs() <= maxCoord;
+  /** Largest absolute value of the six coordinates in three (x, y) pairs. */
+  static double maxAbsCoord(__m128d c0, __m128d c1, __m128d c2) {
+    const __m128d absMask(_mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL)));
+    const __m128d m(_mm_max_pd(_mm_max_pd(_mm_and_pd(c0, absMask), _mm_and_pd(c1, absMask)), _mm_and_pd(c2, absMask)));
+    return _mm_cvtsd_f64(_mm_max_sd(m, _mm_unpackhi_pd(m, m)));
   }
   Orientation2 getOrientation2Slow(const Point2* p0, const Point2* p1, const Point2* p2);
   CircleState2 circleInc3stateExact(const Triangle2* pT, const Point2* p);
   void initPredicateRationals();
   void initIntersectionRationals();
 
-  mpq_t aPredQ[48];   // temporaries of the exact orientation and in-circle stages
+  mpq_t aPredQ[48];   // temporaries of the exact orientation and in-circle stages (their
+                      // numerators serve as integers, see loadScaledIntegers)
   mpq_t aIsQ[29];     // temporaries of the exact line intersection
   double staticBound;
   double negStaticBound;
   double maxCoord;
+  double filterCoord; // 0.7 * maxCoord: the filter's own limit, see setStaticBound_MT
   bool bPredicatesReady;
   bool bIntersectionReady;
+  std::once_flag predicatesOnce;   // the orientation and in-circle stages hold different
+  std::once_flag intersectionOnce; // mutexes, so the first initialisation is made once here
   Counters counters;
   std::mutex mtxBound;
   std::mutex mtxIntersection;

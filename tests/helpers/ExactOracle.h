@@ -1,0 +1,30 @@
+#pragma once
+// An exact reference for the predicates, written independently of the
+// library: GMP rationals, other expansion orders, no filter. Plus generators
+// of near-degenerate input.
+#include "Point2.h"
+#include <random>
+
+namespace vask_test {
+
+/** Sign of the orientation determinant of (p0, p1, p2): 1 CCW, -1 CW, 0 collinear. */
+int exactOrientationSign(const KIRO_VASK2D::Point2& p0, const KIRO_VASK2D::Point2& p1, const KIRO_VASK2D::Point2& p2);
+/** Sign of the in-circle determinant: 1 when d lies inside the circle through
+ * the counter-clockwise a, b, c; -1 outside; 0 on it. */
+int exactIncircleSign(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
+                      const KIRO_VASK2D::Point2& d);
+/** Intersection of lines ab and cd, each coordinate as mpq_get_d gives it; false for parallel lines. */
+bool exactLineIntersection(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
+                           const KIRO_VASK2D::Point2& d, double& x, double& y);
+/** |orientation determinant of (a, b, p)| compared for two points: -1, 0, 1 as p is nearer, equal, farther
+ * from line ab than q (exactly, in multiples of the same factor |ab|). */
+int compareLineDistance(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& p,
+                        const KIRO_VASK2D::Point2& q);
+
+/** v moved by steps units in the last place (nextafter, either direction). */
+double ulpShift(double v, int steps);
+
+/** A random double with uniformly random binary exponent in [minExp, maxExp] and random sign. */
+double randomMagnitude(std::mt19937_64& gen, int minExp, int maxExp);
+
+} // namespace vask_test

@@ -207,7 +207,7 @@ int main(int argc, char** argv) {
       std::cout << "  note: CGAL reports " << g.numTriangles << " finite faces" << std::endl;
     table << "| " << c.name << " | " << std::fixed << std::setprecision(3) << v.seconds << " | " << g.seconds << " | "
           << v.seconds / g.seconds << " | " << std::setprecision(1) << v.peakMiB << " | " << g.peakMiB << " | "
-          << std::setprecision(2) << v.peakMiB / g.peakMiB << " |\n";
+          << std::setprecision(3) << v.peakMiB / g.peakMiB << " |\n";
   }
   std::ofstream md(outFile.c_str());
   if (!md) {

@@ -23,8 +23,9 @@ const unsigned MAX_POOL_HINT(1u << 26);
 } // namespace
 
 Dt2::Dt2(unsigned numPoints)
-    : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), hcMinX(0.0), hcMinY(0.0), hcMaxX(1.0), hcMaxY(1.0), vertexVault(this),
-      pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), bFastMode(false), progress("Dt2") {
+    : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), vertexVault(this),
+      pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), bFastMode(false),
+      progress("Dt2") {
   if (numPoints < 3) numPoints = 3;
   if (numPoints > MAX_POOL_HINT) numPoints = MAX_POOL_HINT;
   vertexPool.init(static_cast<int>(numPoints), -1);
@@ -59,18 +60,18 @@ void Dt2::growBox() {
 
 // The curve's box is the doubled box, limited to +-DBL_MAX/2 so that its
 // ranges are finite, and given a positive extent in each axis: collinear or
-// single points must not produce an infinite cell scale.
+// single points must not leave an axis without cells.
 void Dt2::resetHilbertKey() {
   const double lim(DBL_MAX / 2);
-  hcMinX = std::min(lim, std::max(-lim, bbox.get_minX()));
-  hcMaxX = std::min(lim, std::max(-lim, bbox.get_maxX()));
-  hcMinY = std::min(lim, std::max(-lim, bbox.get_minY()));
-  hcMaxY = std::min(lim, std::max(-lim, bbox.get_maxY()));
+  const double minX(std::min(lim, std::max(-lim, bbox.get_minX())));
+  const double minY(std::min(lim, std::max(-lim, bbox.get_minY())));
+  double maxX(std::min(lim, std::max(-lim, bbox.get_maxX())));
+  double maxY(std::min(lim, std::max(-lim, bbox.get_maxY())));
   // 1e-300 keeps 2^15 cells / range finite (2^15 / 1e-300 < DBL_MAX).
-  const double range(std::max(1e-300, std::max(hcMaxX - hcMinX, hcMaxY - hcMinY)));
-  if (!(hcMaxX - hcMinX >= 1e-300)) hcMaxX = hcMinX + range;
-  if (!(hcMaxY - hcMinY >= 1e-300)) hcMaxY = hcMinY + range;
-  hc2.init(hcMinX, hcMinY, hcMaxX, hcMaxY, 30);
+  const double range(std::max(1e-300, std::max(maxX - minX, maxY - minY)));
+  if (!(maxX - minX >= 1e-300)) maxX = minX + range;
+  if (!(maxY - minY >= 1e-300)) maxY = minY + range;
+  hc2.init(minX, minY, maxX, maxY, 30);
 }
 
 // ---------------------------------------------------------------------------
@@ -231,7 +232,7 @@ Triangle2* Dt2::createTriangle(Point2* p0, Point2* p1, Point2* p2) {
   Triangle2* pT;
   if (vDeadT.empty()) {
     pT = new (trianglePool.get()) Triangle2();
-    vVaskTriangles.push_back(pT);
+    ++numAllT;
   } else {
     pT = vDeadT.back();
     vDeadT.pop_back();
@@ -517,7 +518,6 @@ bool Dt2::createFullDimTriangle(size_t numPreExistingVtx) {
 void Dt2::insertVector(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles) {
   if (vInputPoints.empty()) return;
   const size_t n(vInputPoints.size());
-  vVaskTriangles.reserve(vVaskTriangles.size() + 2 * n + 3);
   VASK_ASSERT(vertexVault.dupIsClean());
   if (bbox.add(vInputPoints.begin(), vInputPoints.end())) growBox();
   const bool bWasFullDim(*pBFullDimensional);
@@ -560,7 +560,6 @@ void Dt2::insert(int numPoints, double* aCoordinates, Point2** aHandles) {
   VASK_ASSERT(vertexVault.dupIsClean());
   if (numPoints <= 0) return;
   const unsigned n(static_cast<unsigned>(numPoints));
-  vVaskTriangles.reserve(vVaskTriangles.size() + 2 * n + 3);
   progress.start("insert", static_cast<unsigned>(1.1 * n));
   if (bbox.add(n, aCoordinates)) growBox();
   size_t numPreExistingVtx(0);
@@ -636,7 +635,7 @@ void Dt2::getFreshTriangles(unsigned num, std::vector<Triangle2*>& vFreshTriangl
   VASK_ASSERT(vFreshTriangles.empty());
   vFreshTriangles.resize(num);
   for (unsigned i = 0; i < num; ++i) vFreshTriangles[i] = new (trianglePool.get()) Triangle2();
-  vVaskTriangles.insert(vVaskTriangles.end(), vFreshTriangles.begin(), vFreshTriangles.end());
+  numAllT += num;
 }
 
 void Dt2::returnFreshTriangles(std::vector<Triangle2*>& vTriangles) {
@@ -985,27 +984,22 @@ double Dt2::measureTriangulationTime(const std::vector<Point2>& vPoints) const {
 // Counts and settings
 
 unsigned Dt2::numberOfTriangles() const {
-  const size_t numAllT(vVaskTriangles.size()), numDeadT(vDeadT.size());
+  const size_t numDeadT(vDeadT.size());
   VASK_ASSERT(numDeadT <= numAllT);
   return static_cast<unsigned>(numAllT - numDeadT);
 }
 
-void Dt2::deadTriangleSet(std::vector<Triangle2*>& vSortedDead) const {
-  vSortedDead = vDeadT;
-  std::sort(vSortedDead.begin(), vSortedDead.end());
-}
-
 void Dt2::getTrianglePointers(std::vector<Triangle2*>& vAllTriangles) const {
+  vAllTriangles.clear();
   if (!*pBFullDimensional) return;
-  if (vDeadT.empty()) {
-    vAllTriangles = vVaskTriangles;
-    return;
+  vAllTriangles.reserve(numberOfTriangles());
+  // Pool order is the order of allocation; dead triangles have no corners.
+  for (int b = 0; b < trianglePool.getNumContainers(); ++b) {
+    int numUsed(0);
+    Triangle2* pBlock(trianglePool.getContainer(b, numUsed));
+    for (int i = 0; i < numUsed; ++i)
+      if (pBlock[i].getCorner(0) != nullptr) vAllTriangles.push_back(pBlock + i);
   }
-  std::vector<Triangle2*> vSortedDead;
-  deadTriangleSet(vSortedDead);
-  vAllTriangles.reserve(vAllTriangles.size() + vVaskTriangles.size() - vDeadT.size());
-  for (Triangle2* pT : vVaskTriangles)
-    if (!std::binary_search(vSortedDead.begin(), vSortedDead.end(), pT)) vAllTriangles.push_back(pT);
 }
 
 int Dt2::setNumCPU(int numCPU_) {

@@ -28,7 +28,11 @@ namespace KIRO_VASK2D {
  * - every vertex of the mesh points at one of its triangles;
  * - vCheckT is empty; every entry it ever holds has the new vertex at
  *   corner 0, and its edge 0 is the edge still to be tested;
- * - numberOfTriangles() = vVaskTriangles.size() - vDeadT.size(). */
+ * - numberOfTriangles() = numAllT - vDeadT.size(), where numAllT counts
+ *   every triangle ever taken from the pool. The pool itself is the list of
+ *   all triangles: its blocks hold them in order of allocation, and a dead
+ *   one has no corners. (No separate vector of all triangles: at two per
+ *   vertex it would cost 16 bytes per vertex.) */
 class Dt2 {
 public:
   explicit Dt2(unsigned numPoints);
@@ -100,13 +104,9 @@ public:
   VertexVault& getVertexVault() { return vertexVault; }
   const Bbox2& getBbox() const { return bbox; }
   Point2* newVertex() { return vertexPool.get(); }
-  /** Hilbert index of a position; positions outside the curve's box are
-   * clamped to it, so any finite point gets a valid (maybe poor) index. */
-  uint32_t getHilbertIndex(double x, double y) const {
-    x = x < hcMinX ? hcMinX : (x > hcMaxX ? hcMaxX : x);
-    y = y < hcMinY ? hcMinY : (y > hcMaxY ? hcMaxY : y);
-    return hc2.getKey(x, y);
-  }
+  /** Hilbert index of a position; positions outside the curve's box fall
+   * into its border cells, so any point gets a valid (maybe poor) index. */
+  uint32_t getHilbertIndex(double x, double y) const { return hc2.getKey(x, y); }
   void linkPair(Triangle2* pT, int i, Triangle2* pN, int j);
 
 private:
@@ -125,14 +125,12 @@ private:
     }
     return kiroTest.circleInc3state(pNeig, p);
   }
-  void deadTriangleSet(std::vector<Triangle2*>& vSortedDead) const;
 
   std::mutex mtxFreshGet;
   std::mutex mtxFreshReturn;
   int numCPU;
   std::map<std::string, std::pair<int, double> > mDevValues;
   HC2 hc2;
-  double hcMinX, hcMinY, hcMaxX, hcMaxY;
   VertexVault vertexVault;
   bool* pBFullDimensional;
   KiroTest kiroTest;
@@ -140,7 +138,7 @@ private:
   SimplePool<Triangle2> trianglePool;
   SimplePool<Point2> vertexPool;
   std::vector<Triangle2*> vDeadT;
-  std::vector<Triangle2*> vVaskTriangles;
+  size_t numAllT;
   std::vector<Triangle2*> vCheckT;
   std::vector<std::pair<Triangle2*, int> > vHullL, vHullR;
   std::vector<Triangle2*> vCandidates, vNextCandidates;

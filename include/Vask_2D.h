@@ -15,8 +15,6 @@
 #include "TriangleAroundVertexIterator.h"
 #include "Predicates2.h"
 #include "freeFunctions.h"
-#include "Bbox2.h"
-#include "TriangleAroundVertexIterator.h"
 #include <vector>
 
 namespace KIRO_VASK2D {

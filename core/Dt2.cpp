@@ -1039,15 +1039,14 @@ namespace KIRO_VASK2D {
 // A stale or foreign pointer is answered without touching its memory: the
 // pool test compares addresses only.
 bool Dt2::getVertexPoolIndex(const Point2* pVtx, size_t& index) const {
-  return getPoolIndex(vertexPool, pVtx, index);
+  return vertexPoolIndex.getIndex(vertexPool, pVtx, index);
 }
 
 // An active vertex of this triangulation comes from its vertex pool and, in
 // the full-dimensional state, has an incident triangle that holds it: a
 // removed vertex and a duplicate's vertex have none. In the collinear state
 // no vertex has a triangle, and the vault decides.
-bool Dt2::isVertexOfThis(Point2* pVtx) const {
-  size_t poolIndex(0);
+bool Dt2::isVertexOfThis(Point2* pVtx, size_t& poolIndex) const {
   if (!getVertexPoolIndex(pVtx, poolIndex)) return false;
   if (*pBFullDimensional) {
     const Triangle2* pIncT(pVtx->getIncidentTriangle());
@@ -1064,9 +1063,9 @@ void Dt2::remove(Point2* pVtx) {
   // A vertex of a constraint segment is refused here, before anything
   // changes: "Illegal: Can't remove a constraint vertex" (tag "Dt2::remove(..)").
   vertexVault.rebuild(true);
-  if (!isVertexOfThis(pVtx)) {
+  size_t poolIndex(0);
+  if (!isVertexOfThis(pVtx, poolIndex)) {
     std::ostringstream oss;
-    size_t poolIndex(0);
     if (getVertexPoolIndex(pVtx, poolIndex)) {
       oss << *pVtx;
     } else {
@@ -1082,6 +1081,9 @@ void Dt2::remove(Point2* pVtx) {
     vertexVault.removeVertexRecord(pVtx);
     return;
   }
+  // The record is written last; fetching it now hides its cache miss
+  // behind the work on the mesh.
+  vertexVault.prefetchRecord(poolIndex);
   if (!collectUmbrella(pVtx)) {
     removeHullVertex(pVtx, true);
     vRemovedVertices.push_back(pVtx);

@@ -3,6 +3,7 @@
 #include "MsgBase.h"
 #include "Point2.h"
 #include "Triangle2.h"
+#include "core/PoolIndex.h"
 #include "core/VertexVault.h"
 #include "kernel/KiroTest.h"
 #include "kiro_tools/HC2.h"
@@ -167,7 +168,7 @@ public:
   const std::vector<Point2*>& getRemovedVertices() const { return vRemovedVertices; }
 
 private:
-  bool isVertexOfThis(Point2* pVtx) const;
+  bool isVertexOfThis(Point2* pVtx, size_t& poolIndex) const;
   void removeInnerVertex(Point2* pVtx);
   void mergeDegree3(Point2* pVtx, Triangle2* pT);
   bool collectUmbrella(Point2* pVtx);
@@ -177,6 +178,7 @@ private:
   void watchDogFailed(Point2* pVtx);
 
   std::vector<Point2*> vRemovedVertices;
+  mutable PoolIndex<Point2> vertexPoolIndex;
   std::vector<Triangle2*> vUmbrellaT;               // the fan of the vertex being removed
   std::vector<Triangle2*> vEarT;                    // its ears, in the order of cutting
   std::vector<std::pair<Triangle2*, int> > vSweepE, vSweepNextE; // rounds of the removal's flip sweep

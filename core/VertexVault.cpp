@@ -532,12 +532,17 @@ void VertexVault::reindex() {
 IdxVtxAct* VertexVault::findActiveRecord(const Point2* pVtx) const {
   size_t poolIndex(0);
   if (pDt2->getVertexPoolIndex(pVtx, poolIndex)) {
-    IdxVtxAct* pRec(getPoolElement(recordPool, poolIndex));
+    IdxVtxAct* pRec(recordPoolIndex.getElement(recordPool, poolIndex));
     if (pRec != nullptr && pRec->pVtx == pVtx && pRec->bActive) return pRec;
   }
   const size_t vertexPos(getIdxOfActiveVtx(pVtx));
   VASK_ASSERT(vIdxVtxAct[vertexPos]->pVtx == pVtx);
   return vIdxVtxAct[vertexPos];
+}
+
+void VertexVault::prefetchRecord(size_t vertexPoolIndex) const {
+  IdxVtxAct* pRec(recordPoolIndex.getElement(recordPool, vertexPoolIndex));
+  if (pRec != nullptr) __builtin_prefetch(pRec, 1);
 }
 
 void VertexVault::removeVertexRecord(Point2* pRemovedVertex) {

@@ -2,6 +2,7 @@
 #include "Bbox2.h"
 #include "Point2.h"
 #include "Triangle2.h"
+#include "core/PoolIndex.h"
 #include "kiro_tools/SimplePool.h"
 #include <cstddef>
 #include <cstdint>
@@ -74,6 +75,10 @@ public:
   void rebuild(bool bLazy);
   void reindex();
   void removeVertexRecord(Point2* pRemovedVertex);
+  /** Starts loading the record that is taken together with the vertex at
+   * this position of the vertex pool: the record removeVertexRecord will
+   * normally write. A hint only. */
+  void prefetchRecord(size_t vertexPoolIndex) const;
 
   // The temporary outer corners of the multi-threaded batch
   void createFakeBox(const Bbox2& box);
@@ -103,6 +108,7 @@ private:
   std::vector<uint32_t> vSortedIdx;
   Dt2* pDt2;
   SimplePool<IdxVtxAct> recordPool;
+  mutable PoolIndex<IdxVtxAct> recordPoolIndex;
   std::map<Point2*, Point2*> mRedundant2UniqueVtx;
   size_t numRemoved;
   size_t numActive;

@@ -3,6 +3,7 @@
 // as an oracle for the triangle set on general-position input.
 #include "Vask_2D.h"
 #include "core/Dt2.h"
+#include "core/PoolIndex.h"
 #include "helpers/TestHelpers.h"
 #include <gtest/gtest.h>
 
@@ -555,6 +556,39 @@ TEST(RemovalSequence, RecordsFoundAlsoWhenVertexAndRecordPoolsDiverge) {
     if (k % 50 == 0) ASSERT_TRUE(isValidDelaunay(dt)) << "step " << k;
   }
   EXPECT_FALSE(dt.hasArea());
+}
+
+// ------------------------------------------------------------ pool positions
+
+TEST(PoolIndex, PositionsRoundTripOverGrowingBlocks) {
+  SimplePool<Point2> pool;
+  pool.init(3, -1);
+  PoolIndex<Point2> index;
+  std::vector<Point2*> vElements;
+  for (int i = 0; i < 5000; ++i) {
+    vElements.push_back(pool.get());
+    // Lookups between allocations: the table must follow every new block.
+    if (i % 97 == 0) {
+      size_t pos(0);
+      ASSERT_TRUE(index.getIndex(pool, vElements.back(), pos));
+      EXPECT_EQ(pos, static_cast<size_t>(i));
+    }
+  }
+  ASSERT_GT(pool.getNumContainers(), 5);
+  for (size_t i = 0; i < vElements.size(); ++i) {
+    size_t pos(0);
+    ASSERT_TRUE(index.getIndex(pool, vElements[i], pos));
+    ASSERT_EQ(pos, i);
+    ASSERT_EQ(index.getElement(pool, i), vElements[i]);
+  }
+  EXPECT_EQ(index.getElement(pool, vElements.size()), nullptr);
+  // Foreign, misaligned and not yet handed out addresses are no elements.
+  Point2 local;
+  size_t pos(0);
+  EXPECT_FALSE(index.getIndex(pool, &local, pos));
+  EXPECT_FALSE(index.getIndex(pool, reinterpret_cast<Point2*>(reinterpret_cast<char*>(vElements[10]) + 8), pos));
+  EXPECT_FALSE(index.getIndex(pool, vElements.back() + 1, pos));
+  EXPECT_FALSE(index.getIndex(pool, nullptr, pos));
 }
 
 // ------------------------------------------------------------ large random

@@ -1087,13 +1087,17 @@ void Dt2::remove(Point2* pVtx) {
   if (!collectUmbrella(pVtx)) {
     removeHullVertex(pVtx, true);
     vRemovedVertices.push_back(pVtx);
-    VASK_ASSERT(pVtx->getIncidentTriangle() == NULL);
+    // clang-format off
+    VASK_ASSERT(pVtx->getIncidentTriangle()==NULL);
+    // clang-format on
     return;
   }
   removeInnerVertex(pVtx);
   vRemovedVertices.push_back(pVtx);
   vertexVault.removeVertexRecord(pVtx);
-  VASK_ASSERT(pVtx->getIncidentTriangle() == NULL);
+  // clang-format off
+  VASK_ASSERT(pVtx->getIncidentTriangle()==NULL);
+  // clang-format on
 }
 
 // Collects the fan of pVtx into vUmbrellaT (in no particular order); false
@@ -1212,25 +1216,34 @@ Triangle2* Dt2::removeEar(Point2* pVtx, Triangle2* pT) {
               O0                           O0
 */
 void Dt2::mergeDegree3(Point2* pVtx, Triangle2* pT) {
-  Triangle2* aT[3];
+  // One trip round the fan, stopped after four steps: a fourth triangle or a
+  // hull edge would mean the ear loop ended in a broken state.
+  vRemainingT.clear();
+  Triangle2* pCur(pT);
+  do {
+    vRemainingT.push_back(pCur);
+    pCur = pCur->getOppositeTriangle(incIndexBy1(pCur->getIntraTriangleIndex(pVtx)));
+  } while (pCur != pT && pCur != nullptr && vRemainingT.size() < 4);
+  // clang-format off
+  VASK_ASSERT(vRemainingT.size()==3);
+  VASK_ASSERT(pCur==pT);
+  // clang-format on
   Point2* aRing[3];
   Triangle2* aOuter[3];
-  Triangle2* pCur(pT);
-  for (int k = 0; k < 3; ++k) {
-    const int i(pCur->getIntraTriangleIndex(pVtx));
-    aT[k] = pCur;
-    aRing[k] = pCur->getCorner(incIndexBy1(i));
-    aOuter[k] = pCur->getOppositeTriangle(i);
-    pCur = pCur->getOppositeTriangle(incIndexBy1(i));
-  }
-  VASK_ASSERT(pCur == aT[0] && "vRemainingT.size()==3");
   int aOuterIdx[3];
-  for (int k = 0; k < 3; ++k) aOuterIdx[k] = aOuter[k] != nullptr ? aOuter[k]->getIntraTriangleIndex(aT[k]) : -1;
-  aT[0]->setPropertiesAndOppT(aRing[0], aRing[1], aRing[2], aOuter[1], aOuter[2], aOuter[0]);
+  for (int k = 0; k < 3; ++k) {
+    Triangle2* pK(vRemainingT[k]);
+    const int i(pK->getIntraTriangleIndex(pVtx));
+    aRing[k] = pK->getCorner(incIndexBy1(i));
+    aOuter[k] = pK->getOppositeTriangle(i);
+    aOuterIdx[k] = aOuter[k] != nullptr ? aOuter[k]->getIntraTriangleIndex(pK) : -1;
+  }
+  Triangle2* pT0(vRemainingT[0]);
+  pT0->setPropertiesAndOppT(aRing[0], aRing[1], aRing[2], aOuter[1], aOuter[2], aOuter[0]);
   for (int k = 1; k < 3; ++k) {
-    if (aOuter[k] != nullptr) aOuter[k]->setOppTriangle(aOuterIdx[k], aT[0]);
-    aT[k]->clearProperties();
-    vDeadT.push_back(aT[k]);
+    if (aOuter[k] != nullptr) aOuter[k]->setOppTriangle(aOuterIdx[k], pT0);
+    vRemainingT[k]->clearProperties();
+    vDeadT.push_back(vRemainingT[k]);
   }
 }
 

@@ -181,6 +181,7 @@ private:
   mutable PoolIndex<Point2> vertexPoolIndex;
   std::vector<Triangle2*> vUmbrellaT;               // the fan of the vertex being removed
   std::vector<Triangle2*> vEarT;                    // its ears, in the order of cutting
+  std::vector<Triangle2*> vRemainingT;              // its last three triangles
   std::vector<std::pair<Triangle2*, int> > vSweepE, vSweepNextE; // rounds of the removal's flip sweep
 };
 

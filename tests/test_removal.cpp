@@ -538,6 +538,23 @@ TEST(RemovalSequence, LibraryCheckAgreesAfterRemovals) {
   EXPECT_EQ(dt.getImpl()->getRemovedVertices().size(), 1000u);
 }
 
+TEST(RemovalSequence, AfterBatchInsertionWithSeveralWorkers) {
+  // The batch path with workers raises and removes temporary outer corners;
+  // the vertices it leaves must remove like any others.
+  Vask_2D dt;
+  dt.setNumCPU(2);
+  std::vector<Point2*> vH;
+  dt.insert(vask_test::randomPoints(20000, 121), vH);
+  ASSERT_TRUE(isValidDelaunay(dt));
+  std::shuffle(vH.begin(), vH.end(), std::mt19937(122));
+  for (std::size_t k = 0; k < vH.size(); ++k) {
+    dt.remove(vH[k]);
+    if (k % 2000 == 0) ASSERT_TRUE(isValidDelaunay(dt)) << "step " << k;
+  }
+  EXPECT_EQ(dt.numberOfPoints(), 0u);
+  EXPECT_FALSE(dt.hasArea());
+}
+
 TEST(RemovalSequence, RecordsFoundAlsoWhenVertexAndRecordPoolsDiverge) {
   // A vertex taken from the pool without a vault record shifts the pools'
   // lockstep: every later record must then be found by its key.

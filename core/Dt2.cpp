@@ -1129,8 +1129,8 @@ bool Dt2::collectUmbrella(Point2* pVtx) {
   }
 }
 
-// Contract: pVtx is an inner vertex whose closed fan is vUmbrellaT, in
-// counter-clockwise order. Afterwards pVtx is in no triangle, its former fan
+// Contract: pVtx is an inner vertex whose closed fan vUmbrellaT holds (in
+// any order). Afterwards pVtx is in no triangle, its former fan
 // holds d-2 live triangles and two dead ones (on vDeadT), and the mesh is
 // Delaunay again.
 //
@@ -1309,7 +1309,8 @@ void Dt2::sweepEdge(Triangle2* pT, int k) {
 // The ear search went once round the fan without success: with exact
 // predicates that cannot happen, so the state is broken.
 void Dt2::watchDogFailed(Point2* pVtx) {
-  std::cout << "vUmbrellaT.size()=" << vUmbrellaT.size() << ", vertex: " << *pVtx << std::endl;
+  std::cout << "vUmbrellaT.size()=" << vUmbrellaT.size() << std::endl;
+  std::cout << "  vertex: " << *pVtx << std::endl;
   VASK_ASSERT(false);
 }
 

@@ -1,11 +1,67 @@
-// The main job of the library, run on an embedded default.
+// The main job of the library on an embedded default: one million random
+// points are triangulated, the result is validated (including the
+// empty-circle property of every edge) and described.
+//
+// Usage: vask2d_demo [numPoints]
 #include <Vask_2D.h>
+#include <chrono>
+#include <cstdlib>
 #include <iostream>
+#include <random>
+#include <string>
+#include <vector>
 
-int main() {
-  using namespace KIRO_VASK2D;
+using namespace KIRO_VASK2D;
+
+namespace {
+
+// Draws a progress bar on one console line.
+class ProgressBar : public MsgBase {
+public:
+  void update(MsgType msgType, char const* name, double value) override {
+    if (msgType != MSG_PROGRESS) return;
+    const int width(40), filled(static_cast<int>(value * width + 0.5));
+    std::cout << "\r  " << name << " [" << std::string(filled, '#') << std::string(width - filled, ' ') << "] "
+              << static_cast<int>(value * 100.0 + 0.5) << "%" << std::flush;
+    if (value >= 1.0) std::cout << std::endl;
+  }
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+  long numPoints(1000000);
+  if (argc > 1) {
+    numPoints = std::atol(argv[1]);
+    if (numPoints < 1) {
+      std::cerr << "usage: " << argv[0] << " [numPoints]" << std::endl;
+      return 2;
+    }
+  }
   std::cout << getVask2DVersion() << std::endl;
-  Point2 a(0, 0), b(1, 1.0 / 3.0), c(3, 1);
-  std::cout << "orientation of (0,0), (1,1/3), (3,1): " << getString(getOrientation2(&a, &b, &c)) << std::endl;
-  return 0;
+  std::cout << "Generating " << numPoints << " random points" << std::endl;
+  std::mt19937_64 gen(12345);
+  std::uniform_real_distribution<double> dist(0.0, 100.0);
+  std::vector<Point2> vPoints;
+  vPoints.reserve(static_cast<size_t>(numPoints));
+  for (long i = 0; i < numPoints; ++i) {
+    const double x(dist(gen));
+    vPoints.emplace_back(x, dist(gen));
+  }
+
+  Vask_2D dt;
+  ProgressBar bar;
+  dt.subscribe(MSG_PROGRESS, &bar);
+  const auto t0(std::chrono::steady_clock::now());
+  dt.insert(vPoints);
+  const double seconds(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
+  dt.unsubscribe(MSG_PROGRESS, &bar);
+
+  std::cout << "Triangulated " << dt.numberOfPoints() << " points into " << dt.numberOfTriangles()
+            << " triangles in " << seconds << " s" << std::endl;
+  const bool bValid(dt.checkValidity(true, "demo"));
+  dt.statistics("demo");
+  std::cout << "\nResult: " << (bValid ? "valid Delaunay triangulation" : "INVALID triangulation") << ", "
+            << numPoints << " points, " << seconds << " s" << std::endl;
+  return bValid ? 0 : 1;
 }

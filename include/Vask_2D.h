@@ -18,3 +18,77 @@
 #include "Color.h"
 #include "Label.h"
 #include "Visualizer2.h"
+#include <vector>
+
+namespace KIRO_VASK2D {
+
+/** A Delaunay triangulation, exact for all finite double coordinates.
+ *
+ * Points go in one at a time, as a vector (with or without handles) or as an
+ * array of x y pairs. A Point2* handle stays valid as long as this object; a
+ * Triangle2* only until the next change of the mesh. Equal points share the
+ * handle of the first one. A point with a NaN or infinite coordinate is
+ * refused with a warning and gets a null handle.
+ *
+ * Without three non-collinear points the triangulation has no triangle: the
+ * points wait until a point off their line arrives. Not for use from two
+ * threads at once; worker threads exist only inside a batch insertion. */
+class VASK2D_API Vask_2D {
+public:
+  explicit Vask_2D(unsigned int numPoints = 3);
+  ~Vask_2D();
+  Vask_2D(const Vask_2D&) = delete;
+  Vask_2D& operator=(const Vask_2D&) = delete;
+
+  // Insertion
+  Point2* insert(const Point2& p);
+  void insert(const std::vector<Point2>& vInputPoints);
+  void insert(const std::vector<Point2>& vInputPoints, std::vector<Point2*>& vHandles);
+  void insert(int numPoints, double* aCoordinates, Point2** aHandles);
+
+  // Removal
+  /** Takes the vertex out; its handle must not be used afterwards, every
+   * other handle stays valid. A null pointer or a pointer that is not a
+   * vertex of this triangulation (already removed, or another
+   * triangulation's) is refused with a warning and changes nothing. */
+  void remove(Point2* pVtx);
+
+  // Counts and settings
+  unsigned int numberOfPoints() const;
+  unsigned int numberOfTriangles() const;
+  void getTrianglePointers(std::vector<Triangle2*>& vAllTriangles) const;
+  void getVertexPointers(std::vector<Point2*>& vAllPoints) const;
+  void setFastMode(bool bFast);
+  int setNumCPU(int numCPU);
+
+  // Queries and validation
+  bool hasArea() const;
+  bool is2D() const;
+  Triangle2* locate(const Point2& p);
+  Triangle2* getAdjacentTriangle(Point2* p0, Point2* p1) const;
+  void getConvexHull(bool bAllVertices, std::vector<Point2*>& vConvexHullPoints);
+  void getIncidentTriangles(Point2* pVtx, std::vector<Triangle2*>& vIncT) const;
+  void getIncidentVertices(Point2* pVtx, std::vector<Point2*>& vIncV) const;
+  Bbox2 computeBoundingBox() const;
+  bool checkValidity(bool bCheckEmptyCircle, char const* name);
+  void statistics(char const* name) const;
+  double measureTriangulationTime(std::vector<Point2>& vPoints) const;
+  Orientation2 getOrientation(const Point2& p0, const Point2& p1, const Point2& p2) const;
+
+  // Messages, progress and developer access
+  void subscribe(MsgType msgType, MsgBase* pReceiver);
+  void unsubscribe(MsgType msgType, MsgBase* pReceiver);
+  void setName(char const* name);
+  char const* getName() const;
+  void setDev(char const* name, int iVal, double dVal);
+  void internal(int a, int b, char const* text);
+  Dt2* getImpl();
+
+protected:
+  void initVask(unsigned int numPoints);
+
+private:
+  Dt2* pImpl;
+};
+
+} // namespace KIRO_VASK2D

@@ -1,17 +1,361 @@
 #include "helpers/TestHelpers.h"
+#include "Vask_2D.h"
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <gmp.h>
+#include <set>
+#include <sstream>
+#include <unordered_map>
+
+using KIRO_VASK2D::Point2;
+using KIRO_VASK2D::Triangle2;
 
 namespace vask_test {
 
-std::vector<KIRO_VASK2D::Point2> randomPoints(std::size_t n, unsigned seed) {
+std::vector<Point2> randomPoints(std::size_t n, unsigned seed) {
   std::mt19937_64 gen(seed);
   std::uniform_real_distribution<double> dist(0.0, 1.0);
-  std::vector<KIRO_VASK2D::Point2> points;
+  std::vector<Point2> points;
   points.reserve(n);
   for (std::size_t i = 0; i < n; ++i) {
     const double x(dist(gen));
     points.emplace_back(x, dist(gen));
   }
   return points;
+}
+
+std::vector<Point2> gridPoints(int side) {
+  std::vector<Point2> points;
+  points.reserve(static_cast<std::size_t>(side) * side);
+  for (int i = 0; i < side; ++i)
+    for (int j = 0; j < side; ++j) points.emplace_back(i, j);
+  return points;
+}
+
+std::vector<Point2> circlePoints(std::size_t n, double cx, double cy, double r) {
+  std::vector<Point2> points;
+  for (std::size_t i = 0; i < n; ++i) {
+    const double a(2.0 * M_PI * static_cast<double>(i) / static_cast<double>(n));
+    points.emplace_back(cx + r * std::cos(a), cy + r * std::sin(a));
+  }
+  return points;
+}
+
+namespace {
+
+// Rationals of the exact stage, kept for the life of the thread.
+struct Rationals {
+  mpq_t q[24];
+  Rationals() {
+    for (mpq_t& v : q) mpq_init(v);
+  }
+  ~Rationals() {
+    for (mpq_t& v : q) mpq_clear(v);
+  }
+};
+Rationals& rationals() {
+  static thread_local Rationals r;
+  return r;
+}
+
+const double EPS(DBL_EPSILON / 2);                  // 2^-53, unit roundoff
+const double CCW_BOUND((3.0 + 16.0 * EPS) * EPS);   // Shewchuk, orient2d filter
+const double ICC_BOUND((10.0 + 96.0 * EPS) * EPS);  // Shewchuk, incircle filter
+
+// The filters are used only where every difference is 0 or of a magnitude
+// whose products (and, for the in-circle test, triple products) stay normal
+// and finite; elsewhere the rationals decide.
+bool inRange(double d, double lim) {
+  const double a(std::fabs(d));
+  return a == 0.0 || (a >= 1.0 / lim && a <= lim);
+}
+
+int orientationGmp(const Point2& a, const Point2& b, const Point2& c) {
+  mpq_t* q(rationals().q);
+  mpq_set_d(q[0], a.x()); mpq_set_d(q[1], a.y());
+  mpq_set_d(q[2], b.x()); mpq_set_d(q[3], b.y());
+  mpq_set_d(q[4], c.x()); mpq_set_d(q[5], c.y());
+  mpq_sub(q[6], q[2], q[0]); mpq_sub(q[7], q[5], q[1]); mpq_mul(q[8], q[6], q[7]);
+  mpq_sub(q[6], q[3], q[1]); mpq_sub(q[7], q[4], q[0]); mpq_mul(q[9], q[6], q[7]);
+  const int s(mpq_cmp(q[8], q[9]));
+  return s > 0 ? 1 : (s < 0 ? -1 : 0);
+}
+
+int inCircleGmp(const Point2& a, const Point2& b, const Point2& c, const Point2& d) {
+  mpq_t* q(rationals().q);
+  const Point2* pts[3] = {&a, &b, &c};
+  mpq_set_d(q[20], d.x());
+  mpq_set_d(q[21], d.y());
+  for (int i = 0; i < 3; ++i) {
+    mpq_set_d(q[3 * i], pts[i]->x());
+    mpq_sub(q[3 * i], q[3 * i], q[20]);
+    mpq_set_d(q[3 * i + 1], pts[i]->y());
+    mpq_sub(q[3 * i + 1], q[3 * i + 1], q[21]);
+    mpq_mul(q[3 * i + 2], q[3 * i], q[3 * i]);
+    mpq_mul(q[10], q[3 * i + 1], q[3 * i + 1]);
+    mpq_add(q[3 * i + 2], q[3 * i + 2], q[10]);
+  }
+  mpq_set_ui(q[11], 0, 1);
+  for (int i = 0; i < 3; ++i) {
+    const int j((i + 1) % 3), k((i + 2) % 3);
+    mpq_mul(q[12], q[3 * j], q[3 * k + 1]);
+    mpq_mul(q[13], q[3 * k], q[3 * j + 1]);
+    mpq_sub(q[12], q[12], q[13]);
+    mpq_mul(q[12], q[12], q[3 * i + 2]);
+    mpq_add(q[11], q[11], q[12]);
+  }
+  return mpq_sgn(q[11]);
+}
+
+} // namespace
+
+// A double filter with Shewchuk's error bounds where no under- or overflow
+// can occur; the rationals decide everything else.
+int exactOrientation(const Point2& a, const Point2& b, const Point2& c) {
+  const double d0(b.x() - a.x()), d1(c.y() - a.y()), d2(b.y() - a.y()), d3(c.x() - a.x());
+  const double l(d0 * d1), r(d2 * d3);
+  const double det(l - r), sum(std::fabs(l) + std::fabs(r));
+  if (inRange(d0, 1e150) && inRange(d1, 1e150) && inRange(d2, 1e150) && inRange(d3, 1e150)) {
+    if (det > CCW_BOUND * sum) return 1;
+    if (-det > CCW_BOUND * sum) return -1;
+  }
+  return orientationGmp(a, b, c);
+}
+
+int exactInCircle(const Point2& a, const Point2& b, const Point2& c, const Point2& d) {
+  const double adx(a.x() - d.x()), ady(a.y() - d.y()), bdx(b.x() - d.x()), bdy(b.y() - d.y());
+  const double cdx(c.x() - d.x()), cdy(c.y() - d.y());
+  const double alift(adx * adx + ady * ady), blift(bdx * bdx + bdy * bdy), clift(cdx * cdx + cdy * cdy);
+  const double det(alift * (bdx * cdy - cdx * bdy) + blift * (cdx * ady - adx * cdy) + clift * (adx * bdy - bdx * ady));
+  const double perm(alift * (std::fabs(bdx * cdy) + std::fabs(cdx * bdy)) +
+                    blift * (std::fabs(cdx * ady) + std::fabs(adx * cdy)) +
+                    clift * (std::fabs(adx * bdy) + std::fabs(bdx * ady)));
+  if (inRange(adx, 1e70) && inRange(ady, 1e70) && inRange(bdx, 1e70) && inRange(bdy, 1e70) && inRange(cdx, 1e70) &&
+      inRange(cdy, 1e70)) {
+    if (det > ICC_BOUND * perm) return 1;
+    if (-det > ICC_BOUND * perm) return -1;
+  }
+  return inCircleGmp(a, b, c, d);
+}
+
+void Validation::fail(const std::string& text) {
+  if (ok) firstError = text;
+  ok = false;
+  ++numErrors;
+}
+
+namespace {
+
+struct PointLess {
+  bool operator()(const Point2* a, const Point2* b) const { return *a < *b; }
+};
+
+// Andrew's monotone chain with exact orientation; collinear points dropped.
+std::vector<const Point2*> convexHull(std::vector<const Point2*> vPts) {
+  std::sort(vPts.begin(), vPts.end(), PointLess());
+  vPts.erase(std::unique(vPts.begin(), vPts.end(), [](const Point2* a, const Point2* b) { return *a == *b; }),
+             vPts.end());
+  if (vPts.size() < 3) return vPts;
+  std::vector<const Point2*> vHull(2 * vPts.size());
+  std::size_t k(0);
+  for (std::size_t i = 0; i < vPts.size(); ++i) {
+    while (k >= 2 && exactOrientation(*vHull[k - 2], *vHull[k - 1], *vPts[i]) <= 0) --k;
+    vHull[k++] = vPts[i];
+  }
+  for (std::size_t i = vPts.size() - 1, t = k + 1; i-- > 0;) {
+    while (k >= t && exactOrientation(*vHull[k - 2], *vHull[k - 1], *vPts[i]) <= 0) --k;
+    vHull[k++] = vPts[i];
+  }
+  vHull.resize(k - 1);
+  return vHull;
+}
+
+// Twice the signed area of a polygon, exactly.
+void polygonArea2(const std::vector<const Point2*>& vPoly, mpq_t result) {
+  mpq_t a, b, t;
+  mpq_init(a); mpq_init(b); mpq_init(t);
+  mpq_set_ui(result, 0, 1);
+  for (std::size_t i = 0; i < vPoly.size(); ++i) {
+    const Point2* p(vPoly[i]);
+    const Point2* q(vPoly[(i + 1) % vPoly.size()]);
+    mpq_set_d(a, p->x()); mpq_set_d(b, q->y()); mpq_mul(t, a, b); mpq_add(result, result, t);
+    mpq_set_d(a, q->x()); mpq_set_d(b, p->y()); mpq_mul(t, a, b); mpq_sub(result, result, t);
+  }
+  mpq_clear(a); mpq_clear(b); mpq_clear(t);
+}
+
+} // namespace
+
+Validation validate(const std::vector<Triangle2*>& vT, const std::vector<Point2*>& vVertices, bool bEmptyCircle,
+                    std::size_t maxEmptyCircleTests) {
+  Validation v;
+  v.numTriangles = vT.size();
+  // Without triangles the points wait in the vault: nothing to check here.
+  if (vT.empty()) return v;
+  std::unordered_map<const Triangle2*, int> mAlive;
+  mAlive.reserve(vT.size() * 2);
+  for (const Triangle2* pT : vT) mAlive[pT] = 1;
+  std::set<const Point2*> sCorners;
+  std::unordered_map<const Point2*, const Point2*> mNextOnHull;
+  std::size_t numInnerEdges(0);
+  for (const Triangle2* pT : vT) {
+    const Point2* c[3] = {pT->getCorner(0), pT->getCorner(1), pT->getCorner(2)};
+    if (!c[0] || !c[1] || !c[2] || c[0] == c[1] || c[1] == c[2] || c[0] == c[2]) {
+      v.fail("triangle with missing or repeated corners");
+      continue;
+    }
+    if (exactOrientation(*c[0], *c[1], *c[2]) != 1) v.fail("triangle not counter-clockwise");
+    for (int i = 0; i < 3; ++i) {
+      sCorners.insert(c[i]);
+      const Triangle2* pN(pT->getOppositeTriangle(i));
+      const Point2* p1(c[(i + 1) % 3]);
+      const Point2* p2(c[(i + 2) % 3]);
+      if (pN == nullptr) {
+        if (mNextOnHull.count(p1)) v.fail("hull vertex with two outgoing hull edges");
+        mNextOnHull[p1] = p2;
+        continue;
+      }
+      ++numInnerEdges;
+      if (!mAlive.count(pN)) {
+        v.fail("neighbour is not a live triangle");
+        continue;
+      }
+      int back(-1), numBack(0);
+      for (int j = 0; j < 3; ++j)
+        if (pN->getOppositeTriangle(j) == pT) {
+          back = j;
+          ++numBack;
+        }
+      if (numBack != 1 || pN->getCorner((back + 1) % 3) != p2 || pN->getCorner((back + 2) % 3) != p1)
+        v.fail("neighbours not symmetric over the shared edge");
+    }
+  }
+  v.numVertices = sCorners.size();
+  v.numHullVertices = mNextOnHull.size();
+  if (!vVertices.empty() && sCorners.size() != vVertices.size()) v.fail("corners differ from the vertex list");
+  for (const Point2* pVtx : vVertices) {
+    if (!sCorners.count(pVtx)) {
+      v.fail("vertex is no corner of any triangle");
+      continue;
+    }
+    const Triangle2* pInc(pVtx->getIncidentTriangle());
+    if (pInc == nullptr || !mAlive.count(pInc) || !pInc->hasVertex(pVtx)) v.fail("bad incident triangle pointer");
+  }
+  if (v.ok && !vT.empty() && vT.size() != 2 * v.numVertices - 2 - v.numHullVertices)
+    v.fail("triangle count differs from 2n - 2 - h");
+  if (!v.ok || vT.empty()) return v;
+
+  // The boundary: one loop, convex at every vertex.
+  std::vector<const Point2*> vLoop;
+  const Point2* pStart(mNextOnHull.begin()->first);
+  const Point2* pCur(pStart);
+  do {
+    vLoop.push_back(pCur);
+    std::unordered_map<const Point2*, const Point2*>::const_iterator it(mNextOnHull.find(pCur));
+    if (it == mNextOnHull.end() || vLoop.size() > mNextOnHull.size()) {
+      v.fail("boundary is not a closed loop");
+      return v;
+    }
+    pCur = it->second;
+  } while (pCur != pStart);
+  if (vLoop.size() != mNextOnHull.size()) v.fail("boundary has more than one loop");
+  for (std::size_t i = 0; i < vLoop.size(); ++i)
+    if (exactOrientation(*vLoop[i], *vLoop[(i + 1) % vLoop.size()], *vLoop[(i + 2) % vLoop.size()]) < 0)
+      v.fail("boundary is not convex");
+
+  // Areas: triangles, boundary loop and the hull of the vertices; exact for
+  // small meshes, compensated long double sums with a relative tolerance for
+  // large ones (the exact sum of millions of rationals takes too long).
+  std::vector<const Point2*> vAll(sCorners.begin(), sCorners.end());
+  for (const Point2* pVtx : vVertices) vAll.push_back(pVtx);
+  const std::vector<const Point2*> vHull(convexHull(vAll));
+  if (vT.size() <= 100000) {
+    mpq_t sum, area, tmp;
+    mpq_init(sum); mpq_init(area); mpq_init(tmp);
+    mpq_set_ui(sum, 0, 1);
+    std::vector<const Point2*> vTri(3);
+    for (const Triangle2* pT : vT) {
+      for (int i = 0; i < 3; ++i) vTri[i] = pT->getCorner(i);
+      polygonArea2(vTri, tmp);
+      mpq_add(sum, sum, tmp);
+    }
+    polygonArea2(vLoop, area);
+    if (mpq_cmp(sum, area) != 0) v.fail("triangle areas differ from the boundary's area");
+    polygonArea2(vHull, tmp);
+    if (mpq_cmp(tmp, area) != 0) v.fail("boundary area differs from the convex hull's area");
+    mpq_clear(sum); mpq_clear(area); mpq_clear(tmp);
+  } else {
+    auto area2 = [](const std::vector<const Point2*>& vPoly) {
+      long double s(0.0L);
+      for (std::size_t i = 0; i < vPoly.size(); ++i) {
+        const Point2* p(vPoly[i]);
+        const Point2* q(vPoly[(i + 1) % vPoly.size()]);
+        s += static_cast<long double>(p->x()) * q->y() - static_cast<long double>(q->x()) * p->y();
+      }
+      return s;
+    };
+    long double sum(0.0L), scale(0.0L);
+    std::vector<const Point2*> vTri(3);
+    for (const Triangle2* pT : vT) {
+      for (int i = 0; i < 3; ++i) vTri[i] = pT->getCorner(i);
+      const long double a(area2(vTri));
+      sum += a;
+      scale += std::fabs(a);
+    }
+    const long double loop(area2(vLoop)), hull(area2(vHull));
+    if (std::fabs(sum - loop) > 1e-9L * scale) v.fail("triangle areas differ from the boundary's area");
+    if (std::fabs(hull - loop) > 1e-12L * std::fabs(hull)) v.fail("boundary area differs from the convex hull's area");
+  }
+
+  if (bEmptyCircle) {
+    const std::size_t stride(numInnerEdges <= maxEmptyCircleTests ? 1 : numInnerEdges / maxEmptyCircleTests + 1);
+    std::size_t edgeNo(0);
+    for (const Triangle2* pT : vT) {
+      for (int i = 0; i < 3; ++i) {
+        const Triangle2* pN(pT->getOppositeTriangle(i));
+        if (pN == nullptr || (edgeNo++ % stride) != 0) continue;
+        const Point2* pFar(pN->getCorner(0));
+        for (int j = 0; j < 3; ++j)
+          if (pN->getOppositeTriangle(j) == pT) pFar = pN->getCorner(j);
+        ++v.numEmptyCircleTests;
+        if (exactInCircle(*pT->getCorner(0), *pT->getCorner(1), *pT->getCorner(2), *pFar) > 0)
+          v.fail("empty-circle property violated");
+      }
+    }
+  }
+  return v;
+}
+
+Validation validate(KIRO_VASK2D::Vask_2D& dt, bool bEmptyCircle, std::size_t maxEmptyCircleTests) {
+  std::vector<Triangle2*> vT;
+  std::vector<Point2*> vVertices;
+  dt.getTrianglePointers(vT);
+  dt.getVertexPointers(vVertices);
+  Validation v(validate(vT, vVertices, bEmptyCircle, maxEmptyCircleTests));
+  if (vT.size() != dt.numberOfTriangles()) v.fail("numberOfTriangles differs from the triangle list");
+  if (vVertices.size() != dt.numberOfPoints()) v.fail("numberOfPoints differs from the vertex list");
+  return v;
+}
+
+std::vector<CanonicalTriangle> canonicalTriangles(KIRO_VASK2D::Vask_2D& dt) {
+  std::vector<Triangle2*> vT;
+  dt.getTrianglePointers(vT);
+  std::vector<CanonicalTriangle> vOut;
+  for (const Triangle2* pT : vT) {
+    int s(0);
+    for (int i = 1; i < 3; ++i)
+      if (*pT->getCorner(i) < *pT->getCorner(s)) s = i;
+    CanonicalTriangle t;
+    for (int k = 0; k < 3; ++k) {
+      const Point2* p(pT->getCorner((s + k) % 3));
+      t[2 * k] = p->x();
+      t[2 * k + 1] = p->y();
+    }
+    vOut.push_back(t);
+  }
+  std::sort(vOut.begin(), vOut.end());
+  return vOut;
 }
 
 } // namespace vask_test

@@ -2,12 +2,60 @@
 // Shared tools of the tests: generators of adversarial point sets and an
 // independent validator of triangulations.
 #include "Point2.h"
+#include "Triangle2.h"
+#include <array>
+#include <cstddef>
 #include <random>
+#include <string>
 #include <vector>
+
+namespace KIRO_VASK2D {
+class Vask_2D;
+}
 
 namespace vask_test {
 
 /** Uniform random points in [0,1)^2 from a fixed seed. */
 std::vector<KIRO_VASK2D::Point2> randomPoints(std::size_t n, unsigned seed);
+/** A side x side grid with unit spacing from (0,0): every cell is cocircular. */
+std::vector<KIRO_VASK2D::Point2> gridPoints(int side);
+/** Points on a circle of radius r around (cx, cy), coordinates rounded. */
+std::vector<KIRO_VASK2D::Point2> circlePoints(std::size_t n, double cx, double cy, double r);
+
+/** Sign of the orientation of (a, b, c) in exact rational arithmetic:
+ * +1 counter-clockwise, -1 clockwise, 0 collinear. */
+int exactOrientation(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c);
+/** +1 when d lies strictly inside the circle through the counter-clockwise
+ * a, b, c, 0 on it, -1 outside; exact. */
+int exactInCircle(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
+                  const KIRO_VASK2D::Point2& d);
+
+struct Validation {
+  bool ok = true;
+  std::string firstError;
+  std::size_t numErrors = 0;
+  std::size_t numTriangles = 0;
+  std::size_t numVertices = 0;     // distinct corners of the triangles
+  std::size_t numHullVertices = 0; // corners on edges without a neighbour
+  std::size_t numEmptyCircleTests = 0;
+  void fail(const std::string& text);
+};
+
+/** Checks, independently of the library's own check: corners distinct and
+ * counter-clockwise (exact); neighbours symmetric over the same two corners;
+ * triangles = 2 n - 2 - h; each vertex of vVertices a corner and pointing at
+ * a triangle that has it; the boundary a single convex loop whose area
+ * equals the area of the convex hull of vVertices and the sum of the
+ * triangle areas (exact); the empty-circle property on every inner edge, or
+ * on an evenly spread sample of at most maxEmptyCircleTests edges. */
+Validation validate(const std::vector<KIRO_VASK2D::Triangle2*>& vT, const std::vector<KIRO_VASK2D::Point2*>& vVertices,
+                    bool bEmptyCircle, std::size_t maxEmptyCircleTests = static_cast<std::size_t>(-1));
+Validation validate(KIRO_VASK2D::Vask_2D& dt, bool bEmptyCircle = true,
+                    std::size_t maxEmptyCircleTests = static_cast<std::size_t>(-1));
+
+/** The triangles as coordinate triples, each rotated to start at its
+ * smallest corner, sorted: a canonical form for comparing meshes. */
+typedef std::array<double, 6> CanonicalTriangle;
+std::vector<CanonicalTriangle> canonicalTriangles(KIRO_VASK2D::Vask_2D& dt);
 
 } // namespace vask_test

@@ -1,0 +1,232 @@
+// Removal of half of the vertices of a Delaunay triangulation by Vask2D
+// (Vask_2D::remove) and CGAL (Delaunay_triangulation_2<Epick>::remove), on
+// the same points, the same vertices and in the same order, in the same run.
+//
+// Every measurement runs in a forked child, so the two libraries never
+// share a heap. The child makes the points, builds the triangulation
+// (untimed), then times the removals alone. The time is the best of several
+// runs. The child also checks the result: the number of vertices and
+// triangles left.
+//
+// Usage: bench_removal [--quick] [--reps N] [--out FILE.md]
+#include "Vask_2D.h"
+#include "core/Dt2.h"
+#include <CGAL/Delaunay_triangulation_2.h>
+#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
+#include <CGAL/Triangulation_vertex_base_with_info_2.h>
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#ifndef VASK2D_BENCH_FLAGS
+#define VASK2D_BENCH_FLAGS "see CMAKE_CXX_FLAGS of the build"
+#endif
+
+namespace {
+
+typedef CGAL::Exact_predicates_inexact_constructions_kernel K;
+typedef CGAL::Triangulation_vertex_base_with_info_2<std::size_t, K> Vb;
+typedef CGAL::Triangulation_data_structure_2<Vb> Tds;
+typedef CGAL::Delaunay_triangulation_2<K, Tds> CgalDt;
+
+struct Case {
+  std::string name;
+  std::size_t n;
+  double fraction; // share of the vertices removed
+};
+
+// Uniform random points in the unit square, and the removal order: a fixed
+// random subset of the indices in a fixed random order.
+void makeInput(const Case& c, std::vector<std::pair<double, double> >& vCoords, std::vector<std::size_t>& vOrder) {
+  std::mt19937_64 gen(20240611);
+  std::uniform_real_distribution<double> d(0.0, 1.0);
+  vCoords.clear();
+  vCoords.reserve(c.n);
+  for (std::size_t i = 0; i < c.n; ++i) {
+    const double x(d(gen));
+    vCoords.emplace_back(x, d(gen));
+  }
+  vOrder.resize(c.n);
+  for (std::size_t i = 0; i < c.n; ++i) vOrder[i] = i;
+  std::shuffle(vOrder.begin(), vOrder.end(), gen);
+  vOrder.resize(static_cast<std::size_t>(c.fraction * c.n));
+}
+
+struct Result {
+  double seconds = 0.0;
+  double buildSeconds = 0.0;
+  unsigned long long numVertices = 0;
+  unsigned long long numTriangles = 0;
+};
+
+Result measureVask(const Case& c) {
+  std::vector<std::pair<double, double> > vCoords;
+  std::vector<std::size_t> vOrder;
+  makeInput(c, vCoords, vOrder);
+  std::vector<KIRO_VASK2D::Point2> vPoints;
+  vPoints.reserve(vCoords.size());
+  for (const auto& xy : vCoords) vPoints.emplace_back(xy.first, xy.second);
+  Result r;
+  const auto t0(std::chrono::steady_clock::now());
+  KIRO_VASK2D::Vask_2D dt;
+  std::vector<KIRO_VASK2D::Point2*> vHandles;
+  dt.insert(vPoints, vHandles);
+  const auto t1(std::chrono::steady_clock::now());
+  for (std::size_t i : vOrder) dt.remove(vHandles[i]);
+  const auto t2(std::chrono::steady_clock::now());
+  r.buildSeconds = std::chrono::duration<double>(t1 - t0).count();
+  r.seconds = std::chrono::duration<double>(t2 - t1).count();
+  r.numVertices = dt.numberOfPoints();
+  r.numTriangles = dt.numberOfTriangles();
+  return r;
+}
+
+Result measureCgal(const Case& c) {
+  std::vector<std::pair<double, double> > vCoords;
+  std::vector<std::size_t> vOrder;
+  makeInput(c, vCoords, vOrder);
+  std::vector<std::pair<K::Point_2, std::size_t> > vPoints;
+  vPoints.reserve(vCoords.size());
+  for (std::size_t i = 0; i < vCoords.size(); ++i) vPoints.emplace_back(K::Point_2(vCoords[i].first, vCoords[i].second), i);
+  Result r;
+  const auto t0(std::chrono::steady_clock::now());
+  CgalDt dt;
+  dt.insert(vPoints.begin(), vPoints.end());
+  std::vector<CgalDt::Vertex_handle> vHandles(vCoords.size());
+  for (CgalDt::Finite_vertices_iterator v = dt.finite_vertices_begin(); v != dt.finite_vertices_end(); ++v)
+    vHandles[v->info()] = v;
+  const auto t1(std::chrono::steady_clock::now());
+  for (std::size_t i : vOrder) dt.remove(vHandles[i]);
+  const auto t2(std::chrono::steady_clock::now());
+  r.buildSeconds = std::chrono::duration<double>(t1 - t0).count();
+  r.seconds = std::chrono::duration<double>(t2 - t1).count();
+  r.numVertices = dt.number_of_vertices();
+  r.numTriangles = dt.number_of_faces();
+  return r;
+}
+
+// Runs one measurement in a child process and returns what it measured.
+Result runInChild(const Case& c, bool bVask) {
+  int fds[2];
+  if (pipe(fds) != 0) std::exit(2);
+  const pid_t pid(fork());
+  if (pid == 0) {
+    close(fds[0]);
+    const Result r(bVask ? measureVask(c) : measureCgal(c));
+    if (write(fds[1], &r, sizeof(r)) != static_cast<ssize_t>(sizeof(r))) _exit(3);
+    close(fds[1]);
+    _exit(0);
+  }
+  close(fds[1]);
+  Result r;
+  const ssize_t got(read(fds[0], &r, sizeof(r)));
+  close(fds[0]);
+  int status(0);
+  waitpid(pid, &status, 0);
+  if (got != static_cast<ssize_t>(sizeof(r)) || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    std::cerr << "child failed for " << c.name << (bVask ? " (Vask2D)" : " (CGAL)") << std::endl;
+    std::exit(1);
+  }
+  return r;
+}
+
+// Best of reps, the two libraries taking turns so that a slow phase of the
+// shared machine does not fall on one of them only.
+void best(const Case& c, int reps, Result& v, Result& g) {
+  for (int i = 0; i < reps; ++i) {
+    const Result rv(runInChild(c, true));
+    const Result rg(runInChild(c, false));
+    if (i == 0 || rv.seconds < v.seconds) v = rv;
+    if (i == 0 || rg.seconds < g.seconds) g = rg;
+  }
+}
+
+// bench/results beside this source file (the compiler sees its full path).
+std::string resultsDir() {
+  std::string dir(__FILE__);
+  const std::size_t slash(dir.rfind('/'));
+  dir = slash == std::string::npos ? std::string(".") : dir.substr(0, slash);
+  dir += "/results";
+  mkdir(dir.c_str(), 0755);
+  return dir;
+}
+
+std::string cpuModel() {
+  std::ifstream f("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(f, line))
+    if (line.compare(0, 10, "model name") == 0) return line.substr(line.find(':') + 2);
+  return "unknown";
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  bool bQuick(false);
+  int reps(3);
+  std::string outFile;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--quick") == 0) bQuick = true;
+    if (std::strcmp(argv[i], "--reps") == 0 && i + 1 < argc) reps = std::max(1, std::atoi(argv[++i]));
+    if (std::strcmp(argv[i], "--out") == 0 && i + 1 < argc) outFile = argv[++i];
+  }
+  if (outFile.empty()) outFile = resultsDir() + "/removal.md";
+  std::vector<Case> vCases = {{"uniform 100k, remove 50%", 100000, 0.5},
+                              {"uniform 1M, remove 50%", 1000000, 0.5},
+                              {"uniform 1M, remove 100%", 1000000, 1.0}};
+  if (bQuick) vCases = {{"uniform 100k, remove 50%", 100000, 0.5}, {"uniform 1M, remove 50%", 1000000, 0.5}};
+
+  std::ostringstream machine;
+  machine << "Machine: " << cpuModel() << ", " << sysconf(_SC_NPROCESSORS_ONLN) << " cores\n"
+          << "Compiler: g++ " << __VERSION__ << ", flags: " << VASK2D_BENCH_FLAGS << "\n"
+          << "Peer: CGAL " << CGAL_VERSION_STR
+          << " Delaunay_triangulation_2<Epick>::remove (vertex base with info for the handles)\n"
+          << "Single thread; the same points, vertices and order for both; time of the removals only, best of "
+          << reps << " runs, each in a forked child\n";
+  std::cout << machine.str() << std::endl;
+
+  std::ostringstream table;
+  table << "| case | Vask2D s | CGAL s | time ratio | Vask2D us/vertex | CGAL us/vertex |\n"
+        << "|---|---:|---:|---:|---:|---:|\n";
+  std::cout << std::left << std::setw(26) << "case" << std::right << std::setw(10) << "Vask s" << std::setw(10)
+            << "CGAL s" << std::setw(8) << "ratio" << std::setw(12) << "Vask build" << std::setw(12) << "CGAL build"
+            << std::setw(12) << "vertices" << std::setw(12) << "triangles" << std::endl;
+  for (const Case& c : vCases) {
+    Result v, g;
+    best(c, reps, v, g);
+    const double numRemoved(c.fraction * c.n);
+    std::cout << std::left << std::setw(26) << c.name << std::right << std::fixed << std::setprecision(3)
+              << std::setw(10) << v.seconds << std::setw(10) << g.seconds << std::setw(8) << v.seconds / g.seconds
+              << std::setw(12) << v.buildSeconds << std::setw(12) << g.buildSeconds << std::setw(12)
+              << v.numVertices << std::setw(12) << v.numTriangles << std::endl;
+    if (v.numVertices != g.numVertices || v.numTriangles != g.numTriangles)
+      std::cout << "  MISMATCH: CGAL keeps " << g.numVertices << " vertices, " << g.numTriangles << " triangles"
+                << std::endl;
+    table << "| " << c.name << " | " << std::fixed << std::setprecision(3) << v.seconds << " | " << g.seconds << " | "
+          << v.seconds / g.seconds << " | " << std::setprecision(2) << 1e6 * v.seconds / numRemoved << " | "
+          << 1e6 * g.seconds / numRemoved << " |\n";
+  }
+  std::cout << "\n" << table.str();
+  std::ofstream md(outFile.c_str());
+  if (!md) {
+    std::cerr << outFile << ": can't open for writing" << std::endl;
+    return 1;
+  }
+  // Markdown line breaks: two spaces before each newline.
+  md << "# Vertex removal\n\n" << table.str() << "\n";
+  std::istringstream lines(machine.str());
+  for (std::string line; std::getline(lines, line);) md << line << "  \n";
+  std::cout << "\nwritten: " << outFile << std::endl;
+  return 0;
+}

@@ -1,0 +1,223 @@
+// Delaunay triangulation of the same points by Vask2D (vector insertion)
+// and CGAL's Delaunay_triangulation_2 (Exact_predicates_inexact_constructions
+// kernel, range insertion), single-threaded, in the same run.
+//
+// Every build runs in a forked child: the child makes the points, reads its
+// peak resident size (VmHWM) as the baseline, builds, reads VmHWM again and
+// reports time and peak - baseline through a pipe. So the two libraries
+// never share a heap and the input is not counted for either. The time is
+// the best of several runs; the memory is that of the first.
+//
+// Usage: bench_triangulation [--quick] [--reps N] [--out FILE.md]
+#include "Vask_2D.h"
+#include "core/Dt2.h"
+#include <CGAL/Delaunay_triangulation_2.h>
+#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#ifndef VASK2D_BENCH_FLAGS
+#define VASK2D_BENCH_FLAGS "unknown"
+#endif
+#ifndef VASK2D_BENCH_RESULTS
+#define VASK2D_BENCH_RESULTS "triangulation.md"
+#endif
+
+namespace {
+
+typedef CGAL::Exact_predicates_inexact_constructions_kernel K;
+typedef CGAL::Delaunay_triangulation_2<K> CgalDt;
+
+struct Case {
+  std::string name;
+  std::string kind;
+  std::size_t n;
+};
+
+// The coordinates of a case, made identically in every child.
+std::vector<std::pair<double, double> > makeCoordinates(const Case& c) {
+  std::vector<std::pair<double, double> > v;
+  v.reserve(c.n);
+  std::mt19937_64 gen(20240607);
+  if (c.kind == "uniform") {
+    std::uniform_real_distribution<double> d(0.0, 1.0);
+    for (std::size_t i = 0; i < c.n; ++i) {
+      const double x(d(gen));
+      v.emplace_back(x, d(gen));
+    }
+  } else if (c.kind == "grid") {
+    const int side(static_cast<int>(std::lround(std::sqrt(static_cast<double>(c.n)))));
+    for (int i = 0; i < side; ++i)
+      for (int j = 0; j < side; ++j) v.emplace_back(i, j);
+    std::shuffle(v.begin(), v.end(), gen);
+  } else {
+    // 1000 Gaussian clusters of spread 0.002 in the unit square.
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    std::normal_distribution<double> g(0.0, 0.002);
+    std::vector<std::pair<double, double> > centers;
+    for (int i = 0; i < 1000; ++i) {
+      const double x(u(gen));
+      centers.emplace_back(x, u(gen));
+    }
+    for (std::size_t i = 0; i < c.n; ++i) {
+      const std::pair<double, double>& ctr(centers[i % centers.size()]);
+      const double x(ctr.first + g(gen));
+      v.emplace_back(x, ctr.second + g(gen));
+    }
+  }
+  return v;
+}
+
+long readVmHWMkB() {
+  std::ifstream f("/proc/self/status");
+  std::string line;
+  while (std::getline(f, line))
+    if (line.compare(0, 6, "VmHWM:") == 0) return std::atol(line.c_str() + 6);
+  return -1;
+}
+
+struct Result {
+  double seconds = 0.0;
+  double peakMiB = 0.0;
+  unsigned long long numTriangles = 0;
+  double exactShare = 0.0; // share of orientation calls that reached the rationals
+};
+
+// Runs one build in a child process and returns what it measured.
+Result runInChild(const Case& c, bool bVask) {
+  int fds[2];
+  if (pipe(fds) != 0) std::exit(2);
+  const pid_t pid(fork());
+  if (pid == 0) {
+    close(fds[0]);
+    Result r;
+    const std::vector<std::pair<double, double> > coords(makeCoordinates(c));
+    if (bVask) {
+      std::vector<KIRO_VASK2D::Point2> vPoints;
+      vPoints.reserve(coords.size());
+      for (const auto& xy : coords) vPoints.emplace_back(xy.first, xy.second);
+      const long base(readVmHWMkB());
+      const auto t0(std::chrono::steady_clock::now());
+      KIRO_VASK2D::Vask_2D dt;
+      dt.insert(vPoints);
+      const auto t1(std::chrono::steady_clock::now());
+      r.seconds = std::chrono::duration<double>(t1 - t0).count();
+      r.peakMiB = (readVmHWMkB() - base) / 1024.0;
+      r.numTriangles = dt.numberOfTriangles();
+      const KIRO_VASK2D::KiroTest::Counters& cnt(dt.getImpl()->getKiroTest().getCounters());
+      r.exactShare = static_cast<double>(cnt.orientExact + cnt.incircleExact);
+    } else {
+      std::vector<K::Point_2> vPoints;
+      vPoints.reserve(coords.size());
+      for (const auto& xy : coords) vPoints.emplace_back(xy.first, xy.second);
+      const long base(readVmHWMkB());
+      const auto t0(std::chrono::steady_clock::now());
+      CgalDt dt;
+      dt.insert(vPoints.begin(), vPoints.end());
+      const auto t1(std::chrono::steady_clock::now());
+      r.seconds = std::chrono::duration<double>(t1 - t0).count();
+      r.peakMiB = (readVmHWMkB() - base) / 1024.0;
+      r.numTriangles = dt.number_of_faces();
+    }
+    if (write(fds[1], &r, sizeof(r)) != static_cast<ssize_t>(sizeof(r))) _exit(3);
+    close(fds[1]);
+    _exit(0);
+  }
+  close(fds[1]);
+  Result r;
+  const ssize_t got(read(fds[0], &r, sizeof(r)));
+  close(fds[0]);
+  int status(0);
+  waitpid(pid, &status, 0);
+  if (got != static_cast<ssize_t>(sizeof(r)) || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    std::cerr << "child failed for " << c.name << (bVask ? " (Vask2D)" : " (CGAL)") << std::endl;
+    std::exit(1);
+  }
+  return r;
+}
+
+Result best(const Case& c, bool bVask, int reps) {
+  Result first(runInChild(c, bVask));
+  for (int i = 1; i < reps; ++i) first.seconds = std::min(first.seconds, runInChild(c, bVask).seconds);
+  return first;
+}
+
+std::string cpuModel() {
+  std::ifstream f("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(f, line))
+    if (line.compare(0, 10, "model name") == 0) return line.substr(line.find(':') + 2);
+  return "unknown";
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  bool bQuick(false);
+  int reps(3);
+  std::string outFile(VASK2D_BENCH_RESULTS);
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--quick") == 0) bQuick = true;
+    if (std::strcmp(argv[i], "--reps") == 0 && i + 1 < argc) reps = std::max(1, std::atoi(argv[++i]));
+    if (std::strcmp(argv[i], "--out") == 0 && i + 1 < argc) outFile = argv[++i];
+  }
+  std::vector<Case> vCases = {{"uniform 100k", "uniform", 100000},
+                              {"uniform 1M", "uniform", 1000000},
+                              {"uniform 4M", "uniform", 4000000},
+                              {"grid 1000x1000", "grid", 1000000},
+                              {"clustered 1M", "clustered", 1000000}};
+  if (bQuick) vCases = {{"uniform 100k", "uniform", 100000}, {"uniform 1M", "uniform", 1000000}};
+
+  std::ostringstream machine;
+  machine << "Machine: " << cpuModel() << ", " << sysconf(_SC_NPROCESSORS_ONLN) << " cores\n"
+          << "Compiler: g++ " << __VERSION__ << ", flags: " << VASK2D_BENCH_FLAGS << "\n"
+          << "Peers: CGAL " << CGAL_VERSION_STR << " Delaunay_triangulation_2<Epick>, range insertion\n"
+          << "Single thread; time = best of " << reps << " runs; peak = VmHWM growth of a forked child\n";
+  std::cout << machine.str() << std::endl;
+
+  std::ostringstream table;
+  table << "| case | Vask2D s | CGAL s | time ratio | Vask2D MiB | CGAL MiB | memory ratio |\n"
+        << "|---|---:|---:|---:|---:|---:|---:|\n";
+  std::cout << std::left << std::setw(16) << "case" << std::right << std::setw(10) << "Vask s" << std::setw(10)
+            << "CGAL s" << std::setw(8) << "ratio" << std::setw(11) << "Vask MiB" << std::setw(11) << "CGAL MiB"
+            << std::setw(8) << "ratio" << std::setw(14) << "triangles" << std::setw(12) << "exact calls"
+            << std::endl;
+  for (const Case& c : vCases) {
+    const Result v(best(c, true, reps));
+    const Result g(best(c, false, reps));
+    std::cout << std::left << std::setw(16) << c.name << std::right << std::fixed << std::setprecision(3)
+              << std::setw(10) << v.seconds << std::setw(10) << g.seconds << std::setw(8) << v.seconds / g.seconds
+              << std::setprecision(1) << std::setw(11) << v.peakMiB << std::setw(11) << g.peakMiB
+              << std::setprecision(3) << std::setw(8) << v.peakMiB / g.peakMiB << std::setw(14) << v.numTriangles
+              << std::setw(12) << static_cast<unsigned long long>(v.exactShare) << std::endl;
+    if (v.numTriangles != g.numTriangles)
+      std::cout << "  note: CGAL reports " << g.numTriangles << " finite faces" << std::endl;
+    table << "| " << c.name << " | " << std::fixed << std::setprecision(3) << v.seconds << " | " << g.seconds << " | "
+          << v.seconds / g.seconds << " | " << std::setprecision(1) << v.peakMiB << " | " << g.peakMiB << " | "
+          << std::setprecision(3) << v.peakMiB / g.peakMiB << " |\n";
+  }
+  std::ofstream md(outFile.c_str());
+  if (!md) {
+    std::cerr << outFile << ": can't open for writing" << std::endl;
+    return 1;
+  }
+  // Markdown line breaks: two spaces before each newline.
+  std::istringstream lines(machine.str());
+  md << table.str() << "\n";
+  for (std::string line; std::getline(lines, line);) md << line << "  \n";
+  std::cout << "\nwritten: " << outFile << std::endl;
+  return 0;
+}

@@ -1,0 +1,188 @@
+#pragma once
+#include "Bbox2.h"
+#include "MsgBase.h"
+#include "Point2.h"
+#include "Triangle2.h"
+#include "core/PoolIndex.h"
+#include "core/VertexVault.h"
+#include "kernel/KiroTest.h"
+#include "kiro_tools/HC2.h"
+#include "kiro_tools/SimplePool.h"
+#include "support/ProgressPublisher.h"
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace KIRO_VASK2D {
+
+/** The Delaunay triangulation behind Vask_2D. It owns every vertex and
+ * triangle (pools), the vertex vault, the exact predicates and the Hilbert
+ * key. There is no ghost vertex and no permanent super-triangle: the convex
+ * hull is the set of edges whose neighbour is null.
+ *
+ * Invariants between public calls:
+ * - corners stand counter-clockwise; neighbour i lies across the edge from
+ *   corner i+1 to corner i+2; links are written in pairs;
+ * - every vertex of the mesh points at one of its triangles;
+ * - vCheckT is empty; every entry it ever holds has the new vertex at
+ *   corner 0, and its edge 0 is the edge still to be tested;
+ * - numberOfTriangles() = numAllT - vDeadT.size(), where numAllT counts
+ *   every triangle ever taken from the pool. The pool itself is the list of
+ *   all triangles: its blocks hold them in order of allocation, and a dead
+ *   one has no corners. (No separate vector of all triangles: at two per
+ *   vertex it would cost 16 bytes per vertex.) */
+class Dt2 {
+public:
+  explicit Dt2(unsigned numPoints);
+  ~Dt2();
+  Dt2(const Dt2&) = delete;
+  Dt2& operator=(const Dt2&) = delete;
+
+  // Single-point insertion
+  Point2* insert(const Point2& p);
+  Triangle2* insertVertex(Point2* pVtx, Triangle2* pStart);
+  int locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx);
+  Triangle2* triangulateCoplanarOrDuplicate(Point2* pVtx, Triangle2* pT, int state);
+  Triangle2* createTriangle(Point2* p0, Point2* p1, Point2* p2);
+  Triangle2* initVCheckT13(Triangle2* pT, Point2* pVtx);
+  Triangle2* initVCheckT24(Triangle2* pT, Point2* pVtx, int ith);
+  Triangle2* insertVertexCH(Point2* pVtx, Triangle2* pT, int ith);
+  void flip(Triangle2* pT, int ith);
+  bool canBeFlipped(Triangle2* pT, int ith);
+  void bfsFlipIncident(Point2* pVtx);
+  bool createFullDimTriangle(size_t numPreExistingVtx);
+
+  // Batch insertion
+  void insertVector(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles);
+  void insert(int numPoints, double* aCoordinates, Point2** aHandles);
+  void insertToVVault(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles);
+  void triangulateRange(VtxRecIt first, VtxRecIt last, Triangle2* pStart);
+  void triangulateRec(VtxRecIt first, VtxRecIt last, Triangle2* pLast);
+  void getFreshTriangles(unsigned num, std::vector<Triangle2*>& vFreshTriangles);
+  void returnFreshTriangles(std::vector<Triangle2*>& vTriangles);
+
+  // Removal of a hull vertex (the fake box corners leave this way)
+  void removeHullVertex(Point2* pVtx, bool bUpdateVault);
+
+  // Queries and validation
+  Triangle2* locate(const Point2& p);
+  Triangle2* getAdjacentTriangle(Point2* p0, Point2* p1) const;
+  void getIncidentTriangles(Point2* pVtx, std::vector<Triangle2*>& vIncT) const;
+  void getIncidentVertices(Point2* pVtx, std::vector<Point2*>& vIncV) const;
+  void getConvexHull(bool bAllVertices, std::vector<Point2*>& vConvexHullPoints);
+  void getConvexHullEdges(std::vector<std::pair<Triangle2*, int> >& vConvexHull) const;
+  bool isAdjacent(Point2* p0, Point2* p1) const;
+  Point2* findVertex(const Point2& p) const { return vertexVault.findActive(p); }
+  Triangle2* getOneTriangle() const { return vertexVault.getOneValidTriangle(); }
+  bool isDegenerate(Triangle2* pT);
+  Bbox2 computeBoundingBox() const { return vertexVault.getBbox(); }
+  bool checkValidity(bool bCheckEmptyCircle, const std::string& name);
+  void statistics(const std::string& name) const;
+  double measureTriangulationTime(const std::vector<Point2>& vPoints) const;
+  bool hasArea() const { return *pBFullDimensional; }
+
+  // Counts and settings
+  unsigned numberOfTriangles() const;
+  unsigned numberOfPoints() const { return vertexVault.numberOfPoints(); }
+  void getTrianglePointers(std::vector<Triangle2*>& vAllTriangles) const;
+  void getVertexPointers(std::vector<Point2*>& vAllPoints) const { vertexVault.getVertices(vAllPoints); }
+  void setFastMode(bool bFast) { bFastMode = bFast; }
+  bool isFastMode() const { return bFastMode; }
+  int setNumCPU(int numCPU_);
+  int getNumCPU() const { return numCPU; }
+  void setName(const std::string& name_) { name = name_; }
+  const std::string& getName() const { return name; }
+  void setDev(const std::string& key, int iVal, double dVal) { mDevValues[key] = std::make_pair(iVal, dVal); }
+  bool getDev(const std::string& key, int& iVal, double& dVal) const;
+  void subscribe(MsgType msgType, MsgBase* pReceiver) { progress.subscribe(msgType, pReceiver); }
+  void unsubscribe(MsgType msgType, MsgBase* pReceiver) { progress.unsubscribe(msgType, pReceiver); }
+
+  // Access for the vault, the chunks and tests
+  KiroTest& getKiroTest() { return kiroTest; }
+  VertexVault& getVertexVault() { return vertexVault; }
+  const Bbox2& getBbox() const { return bbox; }
+  Point2* newVertex() { return vertexPool.get(); }
+  /** Hilbert index of a position; positions outside the curve's box fall
+   * into its border cells, so any point gets a valid (maybe poor) index. */
+  uint32_t getHilbertIndex(double x, double y) const { return hc2.getKey(x, y); }
+  void linkPair(Triangle2* pT, int i, Triangle2* pN, int j);
+
+private:
+  bool addToBox(const Point2& p);
+  void growBox();
+  void resetHilbertKey();
+  int hullStep(const Point2& p, Triangle2*& pT, int e);
+  void walkHull(Triangle2* pT, int ith, const Point2* p, bool bLeft, std::vector<std::pair<Triangle2*, int> >& vOut);
+  void flipSweep(std::vector<Triangle2*>& vStart);
+  CircleState2 flipTest(Triangle2* pNeig, const Point2* p) {
+    // Fast mode leaves near-cocircular configurations unflipped instead of
+    // asking the rationals: every answer but CINC2_INCIRCLE means "keep".
+    if (bFastMode) {
+      const int cheap(kiroTest.circleInc3stateCheap(pNeig, p));
+      return cheap == 0 ? CINC2_ZERO : static_cast<CircleState2>(cheap);
+    }
+    return kiroTest.circleInc3state(pNeig, p);
+  }
+
+  std::mutex mtxFreshGet;
+  std::mutex mtxFreshReturn;
+  int numCPU;
+  std::map<std::string, std::pair<int, double> > mDevValues;
+  HC2 hc2;
+  VertexVault vertexVault;
+  bool* pBFullDimensional;
+  KiroTest kiroTest;
+  Bbox2 bbox;
+  SimplePool<Triangle2> trianglePool;
+  SimplePool<Point2> vertexPool;
+  std::vector<Triangle2*> vDeadT;
+  size_t numAllT;
+  std::vector<Triangle2*> vCheckT;
+  std::vector<std::pair<Triangle2*, int> > vHullL, vHullR;
+  std::vector<Triangle2*> vCandidates, vNextCandidates;
+  bool bFastMode;
+  std::string name;
+  ProgressPublisher progress;
+
+  // -------------------------------------------------------------------------
+  // Vertex removal
+public:
+  /** Takes a vertex out of the triangulation by flips only: no triangle is
+   * allocated. Refuses (warning, no change) a null pointer and a vertex that
+   * is not an active vertex of this triangulation (removed before, a
+   * duplicate's handle, another triangulation's vertex). Removing the last
+   * triangle's corner returns to the collinear state; in the collinear
+   * state the point just leaves the vault. Every other handle stays valid. */
+  void remove(Point2* pVtx);
+  /** Lowers the degree of pVtx by one when the ear (a, b, q) at pT can be cut
+   * off: see the contract in Dt2.cpp. Returns the triangle that continues
+   * the fan of pVtx, or null when there is no ear at pT. */
+  Triangle2* removeEar(Point2* pVtx, Triangle2* pT);
+  /** Position of pVtx among the vertices this triangulation's pool handed
+   * out; false for any other pointer, which is never dereferenced. */
+  bool getVertexPoolIndex(const Point2* pVtx, size_t& index) const;
+  /** The vertices taken out by remove, in order of removal. */
+  const std::vector<Point2*>& getRemovedVertices() const { return vRemovedVertices; }
+
+private:
+  bool isVertexOfThis(Point2* pVtx, size_t& poolIndex) const;
+  void removeInnerVertex(Point2* pVtx);
+  void mergeDegree3(Point2* pVtx, Triangle2* pT);
+  bool collectUmbrella(Point2* pVtx);
+  bool isUmbrellaTriangle(const Triangle2* pT) const;
+  void removalFlipSweep();
+  void sweepEdge(Triangle2* pT, int k);
+  void watchDogFailed(Point2* pVtx);
+
+  std::vector<Point2*> vRemovedVertices;
+  mutable PoolIndex<Point2> vertexPoolIndex;
+  std::vector<Triangle2*> vUmbrellaT;               // the fan of the vertex being removed
+  std::vector<Triangle2*> vEarT;                    // its ears, in the order of cutting
+  std::vector<Triangle2*> vRemainingT;              // its last three triangles
+  std::vector<std::pair<Triangle2*, int> > vSweepE, vSweepNextE; // rounds of the removal's flip sweep
+};
+
+} // namespace KIRO_VASK2D

@@ -1,0 +1,644 @@
+#include "core/VertexVault.h"
+#include "TriangleAroundVertexIterator.h"
+#include "core/Dt2.h"
+#include "core/PoolIndex.h"
+#include "support/Log.h"
+#include "support/VaskAssert.h"
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <iostream>
+#include <new>
+#include <set>
+#include <sstream>
+#include <thread>
+
+namespace KIRO_VASK2D {
+
+namespace {
+
+// Cuts [0, n) into one piece per worker, each floor(n / workers) + 1 long
+// with the last one ending at n, and runs f(begin, end) for each piece on its
+// own thread. All threads are joined before the call returns.
+template <class F> void runPieces(int numWorkers, size_t n, F f) {
+  const size_t piece(n / static_cast<size_t>(numWorkers) + 1);
+  std::vector<std::thread> vThreads;
+  for (size_t begin = 0; begin < n; begin += piece) vThreads.emplace_back(f, begin, std::min(n, begin + piece));
+  for (std::thread& t : vThreads) t.join();
+}
+
+// LSD radix sort of (key << 32 | payload) words by their 30-bit key: three
+// passes of 10 bits over bits 32..61. Linear time, stable, one scratch array.
+void radixSortKeys(uint64_t* aData, size_t n) {
+  if (n < 2) return;
+  std::vector<uint64_t> vScratch(n);
+  uint64_t* pSrc(aData);
+  uint64_t* pDst(vScratch.data());
+  for (int shift = 32; shift < 62; shift += 10) {
+    size_t aCount[1025] = {0};
+    for (size_t i = 0; i < n; ++i) ++aCount[((pSrc[i] >> shift) & 1023) + 1];
+    for (int b = 0; b < 1024; ++b) aCount[b + 1] += aCount[b];
+    for (size_t i = 0; i < n; ++i) pDst[aCount[(pSrc[i] >> shift) & 1023]++] = pSrc[i];
+    std::swap(pSrc, pDst);
+  }
+  // Three passes leave the result in the scratch array.
+  std::copy(pSrc, pSrc + n, aData);
+}
+
+bool recordLess(const IdxVtxAct* a, const IdxVtxAct* b) { return *a < *b; }
+
+// The pivot of a range: the mean key of about 100 items sampled with stride
+// length/100 - 1 from its start; with stride 0 the first item's key.
+template <class T, class Key> double estimatePivot(T* aData, size_t n, Key key) {
+  const size_t stride(n / 100 > 0 ? n / 100 - 1 : 0);
+  if (stride == 0) return static_cast<double>(key(aData[0]));
+  double sum(0.0);
+  size_t num(0);
+  for (size_t i = 0; i < n && num < 100; i += stride, ++num) sum += static_cast<double>(key(aData[i]));
+  return sum / static_cast<double>(num);
+}
+
+// Splits [begin, end) four ways around estimated pivots (whole range, then
+// each half) so that the four parts can be sorted independently.
+template <class T, class Key> void splitFourWays(T* aData, size_t n, Key key, size_t aBounds[5]) {
+  const double pivot(estimatePivot(aData, n, key));
+  T* pMid(std::partition(aData, aData + n, [&](const T& v) { return static_cast<double>(key(v)) < pivot; }));
+  const size_t mid(pMid - aData);
+  aBounds[0] = 0;
+  aBounds[2] = mid;
+  aBounds[4] = n;
+  for (int h = 0; h < 2; ++h) {
+    T* pBegin(aData + aBounds[2 * h]);
+    const size_t len(aBounds[2 * h + 2] - aBounds[2 * h]);
+    if (len == 0) {
+      aBounds[2 * h + 1] = aBounds[2 * h];
+      continue;
+    }
+    const double p(estimatePivot(pBegin, len, key));
+    T* pSplit(std::partition(pBegin, pBegin + len, [&](const T& v) { return static_cast<double>(key(v)) < p; }));
+    aBounds[2 * h + 1] = aBounds[2 * h] + (pSplit - pBegin);
+  }
+}
+
+} // namespace
+
+VertexVault::VertexVault(Dt2* pDt2_)
+    : bFullDimensional(false), numSorted(0), pDt2(pDt2_), numRemoved(0), numActive(0) {
+  recordPool.init(3, -1);
+}
+
+VertexVault::~VertexVault() {
+  for (Point2* pCorner : vFakeBoxHandles) delete pCorner;
+}
+
+IdxVtxAct* VertexVault::newRecord(uint32_t idx, Point2* pVtx) {
+  IdxVtxAct* pRec(recordPool.get());
+  pRec->idx = idx;
+  pRec->bActive = true;
+  pRec->pVtx = pVtx;
+  return pRec;
+}
+
+void VertexVault::addVertex(uint32_t idx, Point2* pVtx) {
+  VASK_ASSERT(pVtx != NULL);
+  vIdxVtxAct.push_back(newRecord(idx, pVtx));
+  ++numActive;
+}
+
+// Sorts (key << 32 | input position) words by key. More than three workers
+// and many items: four ranges split by pivots, sorted on four threads.
+void VertexVault::sortPairs(std::vector<uint64_t>& vPairs) const {
+  const size_t n(vPairs.size());
+  if (pDt2->getNumCPU() > 3 && n >= 10000) {
+    size_t aBounds[5];
+    splitFourWays(vPairs.data(), n, [](uint64_t v) { return v >> 32; }, aBounds);
+    std::vector<std::thread> vThreads;
+    for (int q = 0; q < 4; ++q)
+      vThreads.emplace_back(radixSortKeys, vPairs.data() + aBounds[q], aBounds[q + 1] - aBounds[q]);
+    for (std::thread& t : vThreads) t.join();
+    return;
+  }
+  radixSortKeys(vPairs.data(), n);
+}
+
+void VertexVault::sortRecords(VtxRecIt first, VtxRecIt last) const {
+  const size_t n(last - first);
+  if (pDt2->getNumCPU() > 3 && n >= 10000) {
+    size_t aBounds[5];
+    IdxVtxAct** aData(&*first);
+    splitFourWays(aData, n, [](const IdxVtxAct* p) { return p->idx; }, aBounds);
+    std::vector<std::thread> vThreads;
+    for (int q = 0; q < 4; ++q)
+      vThreads.emplace_back([=]() { std::sort(aData + aBounds[q], aData + aBounds[q + 1], recordLess); });
+    for (std::thread& t : vThreads) t.join();
+    return;
+  }
+  std::sort(first, last, recordLess);
+}
+
+// Records are appended in curve order while handles stay in input order.
+void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles,
+                              size_t& firstPos) {
+  firstPos = vIdxVtxAct.size();
+  const size_t n(vInputPoints.size());
+  if (pVHandles != nullptr) pVHandles->assign(n, nullptr);
+  if (n == 0) return;
+  const int numWorkers(pDt2->getNumCPU());
+  const bool bParallel(numWorkers > 1 && n >= 1000 && n > 10 * static_cast<size_t>(numWorkers));
+  std::vector<uint64_t> vPairs(n);
+  auto computeKeys = [&](size_t begin, size_t end) {
+    for (size_t i = begin; i < end; ++i)
+      vPairs[i] = (uint64_t(pDt2->getHilbertIndex(vInputPoints[i].x(), vInputPoints[i].y())) << 32) | uint64_t(i);
+  };
+  if (bParallel) {
+    runPieces(numWorkers, n, computeKeys);
+  } else {
+    computeKeys(0, n);
+  }
+  sortPairs(vPairs);
+  vIdxVtxAct.resize(firstPos + n);
+  if (!bParallel) {
+    // The gather from the input is the one random access of the batch: fetch
+    // a few records ahead.
+    const size_t AHEAD(16);
+    for (size_t k = 0; k < n; ++k) {
+      if (k + AHEAD < n) __builtin_prefetch(&vInputPoints[static_cast<uint32_t>(vPairs[k + AHEAD])]);
+      const size_t pos(static_cast<uint32_t>(vPairs[k]));
+      Point2* pVtx(new (pDt2->newVertex()) Point2(vInputPoints[pos]));
+      vIdxVtxAct[firstPos + k] = newRecord(static_cast<uint32_t>(vPairs[k] >> 32), pVtx);
+      if (pVHandles != nullptr) (*pVHandles)[pos] = pVtx;
+    }
+  } else {
+    // Pools are not thread-safe: allocate on this thread, fill on workers.
+    std::vector<Point2*> vVertices(n);
+    for (size_t k = 0; k < n; ++k) {
+      vVertices[k] = pDt2->newVertex();
+      vIdxVtxAct[firstPos + k] = recordPool.get();
+    }
+    runPieces(numWorkers, n, [&](size_t begin, size_t end) {
+      for (size_t k = begin; k < end; ++k) {
+        const size_t pos(static_cast<uint32_t>(vPairs[k]));
+        Point2* pVtx(new (vVertices[k]) Point2(vInputPoints[pos]));
+        IdxVtxAct* pRec(vIdxVtxAct[firstPos + k]);
+        pRec->idx = static_cast<uint32_t>(vPairs[k] >> 32);
+        pRec->bActive = true;
+        pRec->pVtx = pVtx;
+        if (pVHandles != nullptr) (*pVHandles)[pos] = pVtx;
+      }
+    });
+  }
+  numActive += n;
+}
+
+void VertexVault::addVertices(unsigned numPoints, const double* aCoordinates, Point2** aHandles, size_t& firstPos) {
+  firstPos = vIdxVtxAct.size();
+  const size_t n(numPoints);
+  if (n == 0) return;
+  std::vector<uint64_t> vPairs(n);
+  for (size_t i = 0; i < n; ++i)
+    vPairs[i] = (uint64_t(pDt2->getHilbertIndex(aCoordinates[2 * i], aCoordinates[2 * i + 1])) << 32) | uint64_t(i);
+  sortPairs(vPairs);
+  vIdxVtxAct.resize(firstPos + n);
+  for (size_t k = 0; k < n; ++k) {
+    const size_t pos(static_cast<uint32_t>(vPairs[k]));
+    Point2* pVtx(new (pDt2->newVertex()) Point2(aCoordinates[2 * pos], aCoordinates[2 * pos + 1]));
+    vIdxVtxAct[firstPos + k] = newRecord(static_cast<uint32_t>(vPairs[k] >> 32), pVtx);
+    aHandles[pos] = pVtx;
+  }
+  numActive += n;
+}
+
+// ---------------------------------------------------------------------------
+// Duplicates
+
+void VertexVault::registerDup(Point2* pDup, Point2* pExisting) {
+  if (pDup == pExisting) return;
+  std::lock_guard<std::mutex> lock(mtxDup);
+  const bool bInserted(mRedundant2UniqueVtx.insert(std::make_pair(pDup, pExisting)).second);
+  VASK_ASSERT(bInserted);
+}
+
+Point2* VertexVault::treatOneDupGetHandle(Point2* pDup) {
+  VASK_ASSERT(bFullDimensional);
+  VASK_ASSERT(mRedundant2UniqueVtx.size() == 1);
+  IdxVtxAct* pLastItem(vIdxVtxAct.back());
+  VASK_ASSERT(pDup == pLastItem->pVtx);
+  pLastItem->bActive = false;
+  --numActive;
+  std::map<Point2*, Point2*>::iterator q_it(mRedundant2UniqueVtx.find(pDup));
+  VASK_ASSERT(q_it != mRedundant2UniqueVtx.end());
+  Point2* pExisting(q_it->second);
+  mRedundant2UniqueVtx.clear();
+  return pExisting;
+}
+
+void VertexVault::fixHandles(std::vector<Point2*>* pVHandles) const {
+  if (pVHandles == nullptr) return;
+  size_t numFoundInHandles(0);
+  for (std::vector<Point2*>::iterator it = pVHandles->begin(); it != pVHandles->end(); ++it) {
+    std::map<Point2*, Point2*>::const_iterator q_it(mRedundant2UniqueVtx.find(*it));
+    if (q_it == mRedundant2UniqueVtx.end()) continue;
+    Point2* pExistingVtx(q_it->second);
+    VASK_ASSERT(**it == *pExistingVtx);
+    *it = pExistingVtx;
+    ++numFoundInHandles;
+  }
+  VASK_ASSERT(mRedundant2UniqueVtx.size() == numFoundInHandles);
+}
+
+void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
+  if (!bFullDimensional) {
+    // Nothing was located: duplicates are found by comparing coordinates.
+    VASK_ASSERT(mRedundant2UniqueVtx.empty());
+    struct CoordLess {
+      bool operator()(const Point2* a, const Point2* b) const { return *a < *b; }
+    };
+    std::set<Point2*, CoordLess> sSeen;
+    for (IdxVtxAct* pRec : vIdxVtxAct) {
+      if (!pRec->bActive) continue;
+      std::pair<std::set<Point2*, CoordLess>::iterator, bool> res(sSeen.insert(pRec->pVtx));
+      if (res.second) continue;
+      pRec->bActive = false;
+      --numActive;
+      mRedundant2UniqueVtx[pRec->pVtx] = *res.first;
+    }
+    if (!mRedundant2UniqueVtx.empty()) {
+      fixHandles(pVHandles);
+      mRedundant2UniqueVtx.clear();
+      rebuild(false);
+    }
+    return;
+  }
+  if (mRedundant2UniqueVtx.empty()) return;
+  fixHandles(pVHandles);
+  size_t numFoundInIdxVtxAct(0);
+  for (size_t i = numSorted; i < vIdxVtxAct.size(); ++i) {
+    IdxVtxAct* pRec(vIdxVtxAct[i]);
+    if (!pRec->bActive || pRec->pVtx->getIncidentTriangle() != nullptr) continue;
+    VASK_ASSERT(mRedundant2UniqueVtx.find(vIdxVtxAct[i]->pVtx) != mRedundant2UniqueVtx.end());
+    pRec->bActive = false;
+    --numActive;
+    ++numFoundInIdxVtxAct;
+  }
+  if (mRedundant2UniqueVtx.size() != numFoundInIdxVtxAct) {
+    std::cout << "BUG: mRedundant2UniqueVtx.size()=" << mRedundant2UniqueVtx.size() << std::endl;
+    std::cout << "     numFoundInIdxVtxAct=" << numFoundInIdxVtxAct << std::endl;
+    VASK_ASSERT(mRedundant2UniqueVtx.size() == numFoundInIdxVtxAct);
+  }
+  mRedundant2UniqueVtx.clear();
+}
+
+void VertexVault::replaceDuplicateVertexHandlesFullDim(std::vector<Point2*>& vHandles) {
+  bool bRebuilt(false);
+  size_t numReplaced(0);
+  for (Point2*& pHandle : vHandles) {
+    if (pHandle == nullptr || pHandle->getIncidentTriangle() != nullptr) continue;
+    if (!bRebuilt) {
+      rebuild(false);
+      bRebuilt = true;
+    }
+    IdxVtxAct tmp;
+    tmp.idx = pDt2->getHilbertIndex(pHandle->x(), pHandle->y());
+    tmp.bActive = true;
+    tmp.pVtx = pHandle;
+    std::vector<IdxVtxAct*>::iterator q_it(
+        std::lower_bound(vIdxVtxAct.begin(), vIdxVtxAct.end(), &tmp, recordLess));
+    VASK_ASSERT(q_it != vIdxVtxAct.end());
+    IdxVtxAct* pItem(nullptr);
+    for (; q_it != vIdxVtxAct.end() && (*q_it)->idx == tmp.idx; ++q_it) {
+      if (*(*q_it)->pVtx == *pHandle) {
+        pItem = *q_it;
+        break;
+      }
+    }
+    VASK_ASSERT(pItem != NULL && pItem->pVtx != NULL);
+    VASK_ASSERT(pItem->bActive);
+    pHandle = pItem->pVtx;
+    ++numReplaced;
+  }
+  if (numReplaced > 500 && numReplaced > 0.2 * vHandles.size())
+    logWarning("Vask_2D", "possible slow down due to massive duplicate vertex insertion");
+}
+
+// ---------------------------------------------------------------------------
+// Finding
+
+size_t VertexVault::bisect(uint32_t idx) const {
+  size_t lo(0), hi(numSorted - 1);
+  while (lo != hi) {
+    const size_t mid((lo + hi) / 2);
+    if (idx <= vSortedIdx[mid]) {
+      hi = mid;
+    } else {
+      lo = (lo == mid) ? mid + 1 : mid;
+    }
+  }
+  return lo;
+}
+
+// The incident triangle of the active record nearest to pos: forward in the
+// sorted part, backward, then the tail by the smallest difference of keys.
+Triangle2* VertexVault::nearestTriangleAround(size_t pos) const {
+  for (size_t i = pos; i < numSorted; ++i) {
+    const IdxVtxAct* pRec(vIdxVtxAct[i]);
+    if (pRec->bActive && pRec->pVtx->getIncidentTriangle() != nullptr) return pRec->pVtx->getIncidentTriangle();
+  }
+  for (size_t i = std::min(pos, numSorted); i-- > 0;) {
+    const IdxVtxAct* pRec(vIdxVtxAct[i]);
+    if (pRec->bActive && pRec->pVtx->getIncidentTriangle() != nullptr) return pRec->pVtx->getIncidentTriangle();
+  }
+  const uint32_t idx(pos < vIdxVtxAct.size() ? vIdxVtxAct[pos]->idx : 0);
+  Triangle2* pBest(nullptr);
+  uint32_t bestDiff(0);
+  for (size_t i = numSorted; i < vIdxVtxAct.size(); ++i) {
+    const IdxVtxAct* pRec(vIdxVtxAct[i]);
+    if (!pRec->bActive || pRec->pVtx->getIncidentTriangle() == nullptr) continue;
+    const uint32_t diff(pRec->idx > idx ? pRec->idx - idx : idx - pRec->idx);
+    if (pBest == nullptr || diff < bestDiff) {
+      pBest = pRec->pVtx->getIncidentTriangle();
+      bestDiff = diff;
+    }
+  }
+  if (pBest == nullptr && !vFakeBoxHandles.empty()) pBest = vFakeBoxHandles[0]->getIncidentTriangle();
+  return pBest;
+}
+
+Triangle2* VertexVault::getCloseTriangle(uint32_t idx) {
+  VASK_ASSERT(bFullDimensional);
+  if (numSorted == 0 && !vFakeBoxHandles.empty()) {
+    Point2* pFakeCorner(vFakeBoxHandles[0]);
+    VASK_ASSERT(pFakeCorner != 0);
+    Triangle2* pFakeT(pFakeCorner->getIncidentTriangle());
+    VASK_ASSERT(pFakeT != 0);
+    return pFakeT;
+  }
+  VASK_ASSERT(!vIdxVtxAct.empty());
+  const size_t pos(numSorted > 0 ? bisect(idx) : 0);
+  const IdxVtxAct* pRec(vIdxVtxAct[pos]);
+  if (pRec->bActive && pRec->pVtx->getIncidentTriangle() != nullptr) return pRec->pVtx->getIncidentTriangle();
+  Triangle2* pT(nearestTriangleAround(pos));
+  if (pT == nullptr) {
+    logError("VertexVault::getCloseTriangle()", "HUH BUG, getCloT() failed");
+    VASK_ASSERT(pT != 0);
+  }
+  return pT;
+}
+
+bool VertexVault::getThreeInitialPoints(Point2*& p0, Point2*& p1, Point2*& p2) {
+  VASK_ASSERT(!vIdxVtxAct.empty());
+  VASK_ASSERT(!bFullDimensional);
+  p0 = p1 = p2 = nullptr;
+  if (vIdxVtxAct.size() < 3) return false;
+  KiroTest& kiroTest(pDt2->getKiroTest());
+  for (IdxVtxAct* pRec : vIdxVtxAct) {
+    if (!pRec->bActive) continue;
+    if (p0 == nullptr) {
+      p0 = pRec->pVtx;
+    } else if (p1 == nullptr) {
+      if (*pRec->pVtx != *p0) p1 = pRec->pVtx;
+    } else if (kiroTest.getOrientation2(p0, p1, pRec->pVtx) != ORIENTATION2_COLLINEAR) {
+      p2 = pRec->pVtx;
+      break;
+    }
+  }
+  if (p2 == nullptr) return false;
+  if (kiroTest.getOrientation2(p0, p1, p2) == ORIENTATION2_CW) std::swap(p1, p2);
+  VASK_ASSERT(kiroTest.getOrientation2(p0, p1, p2) == ORIENTATION2_CCW);
+  return true;
+}
+
+Triangle2* VertexVault::getOneValidTriangle() const {
+  if (!bFullDimensional) {
+    logWarning("getOneValidTriangle()", "Triangulation is not 2D, returning NULL");
+    return nullptr;
+  }
+  for (const IdxVtxAct* pRec : vIdxVtxAct) {
+    if (!pRec->bActive) continue;
+    Triangle2* pIncT(pRec->pVtx->getIncidentTriangle());
+    VASK_ASSERT(pIncT != NULL);
+    return pIncT;
+  }
+  logWarning("getOneValidTriangle()", "No valid triangle found");
+  return nullptr;
+}
+
+void VertexVault::getRange(size_t pos, VtxRecIt& first, VtxRecIt& last) {
+  first = vIdxVtxAct.begin() + pos;
+  last = vIdxVtxAct.end();
+}
+
+void VertexVault::getRange(size_t pos, VtxRecConstIt& first, VtxRecConstIt& last) const {
+  first = vIdxVtxAct.begin() + pos;
+  last = vIdxVtxAct.end();
+}
+
+// Different points may share an idx: both look around equal keys, then fall
+// back to a backward scan over all records, which covers the unsorted tail.
+size_t VertexVault::getIdxOfActiveVtx(const Point2* pQuery) const {
+  if (numSorted > 0) {
+    const uint32_t idx(pDt2->getHilbertIndex(pQuery->x(), pQuery->y()));
+    const size_t pos(bisect(idx));
+    for (size_t i = pos + 1; i-- > 0 && vIdxVtxAct[i]->idx == idx;)
+      if (vIdxVtxAct[i]->pVtx == pQuery && vIdxVtxAct[i]->bActive) return i;
+    for (size_t i = pos; i < numSorted && vIdxVtxAct[i]->idx == idx; ++i)
+      if (vIdxVtxAct[i]->pVtx == pQuery && vIdxVtxAct[i]->bActive) return i;
+  }
+  for (size_t i = vIdxVtxAct.size(); i-- > 0;)
+    if (vIdxVtxAct[i]->pVtx == pQuery && vIdxVtxAct[i]->bActive) return i;
+  logError("VertexVault::getIdxOfActiveVtx", "pQuery not found");
+  VASK_ASSERT(false);
+  return 0x7fffffff;
+}
+
+Point2* VertexVault::findActive(const Point2& q) const {
+  if (numSorted > 0) {
+    const uint32_t idx(pDt2->getHilbertIndex(q.x(), q.y()));
+    const size_t pos(bisect(idx));
+    for (size_t i = pos + 1; i-- > 0 && vIdxVtxAct[i]->idx == idx;)
+      if (vIdxVtxAct[i]->bActive && *vIdxVtxAct[i]->pVtx == q) return vIdxVtxAct[i]->pVtx;
+    for (size_t i = pos; i < numSorted && vIdxVtxAct[i]->idx == idx; ++i)
+      if (vIdxVtxAct[i]->bActive && *vIdxVtxAct[i]->pVtx == q) return vIdxVtxAct[i]->pVtx;
+  }
+  for (size_t i = vIdxVtxAct.size(); i-- > 0;)
+    if (vIdxVtxAct[i]->bActive && *vIdxVtxAct[i]->pVtx == q) return vIdxVtxAct[i]->pVtx;
+  return nullptr;
+}
+
+void VertexVault::getVertices(std::vector<Point2*>& vVertices) const {
+  vVertices.clear();
+  vVertices.reserve(numActive);
+  for (const IdxVtxAct* pRec : vIdxVtxAct)
+    if (pRec->bActive) vVertices.push_back(pRec->pVtx);
+}
+
+Bbox2 VertexVault::getBbox() const {
+  Bbox2 box;
+  for (const IdxVtxAct* pIdxVtxAct : vIdxVtxAct) {
+    if (pIdxVtxAct->bActive) {
+      box.add(*pIdxVtxAct->pVtx);
+    } else {
+      VASK_ASSERT(pIdxVtxAct->pVtx->getIncidentTriangle() == NULL);
+    }
+  }
+  return box;
+}
+
+unsigned VertexVault::numberOfPoints() const {
+  unsigned num(0);
+  for (const IdxVtxAct* pRec : vIdxVtxAct)
+    if (pRec->bActive) ++num;
+  return num;
+}
+
+// ---------------------------------------------------------------------------
+// Order
+
+void VertexVault::rebuild(bool bLazy) {
+  if (bLazy) {
+    const bool bGrown(vIdxVtxAct.size() > 1.35 * numSorted);
+    const bool bThinned(numRemoved > 0.5 * numSorted && numRemoved >= 1001);
+    if (!bGrown && !bThinned) return;
+  }
+  numRemoved = 0;
+  // Inactive records sort behind all active ones and are then cut off: drop
+  // them first, keeping the order of the rest, so that a single batch that
+  // was appended in curve order needs no sort at all.
+  vIdxVtxAct.erase(std::remove_if(vIdxVtxAct.begin(), vIdxVtxAct.end(),
+                                  [](const IdxVtxAct* pRec) { return !pRec->bActive; }),
+                   vIdxVtxAct.end());
+  if (!std::is_sorted(vIdxVtxAct.begin(), vIdxVtxAct.end(), recordLess)) {
+    // Commonly two sorted runs: the old sorted part and one new batch.
+    VtxRecIt split(std::is_sorted_until(vIdxVtxAct.begin(), vIdxVtxAct.end(), recordLess));
+    if (std::is_sorted(split, vIdxVtxAct.end(), recordLess)) {
+      std::inplace_merge(vIdxVtxAct.begin(), split, vIdxVtxAct.end(), recordLess);
+    } else {
+      sortRecords(vIdxVtxAct.begin(), vIdxVtxAct.end());
+    }
+  }
+  numSorted = vIdxVtxAct.size();
+  numActive = numSorted;
+  vSortedIdx.resize(numSorted);
+  for (size_t i = 0; i < numSorted; ++i) vSortedIdx[i] = vIdxVtxAct[i]->idx;
+}
+
+void VertexVault::reindex() {
+  for (IdxVtxAct* pRec : vIdxVtxAct) pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
+  rebuild(false);
+}
+
+// Each addition takes a vertex and a record from their pools in lockstep,
+// so the record of the n-th vertex is normally the n-th record: found
+// without a search, and checked. Anything else goes through the lookup.
+IdxVtxAct* VertexVault::findActiveRecord(const Point2* pVtx) const {
+  size_t poolIndex(0);
+  if (pDt2->getVertexPoolIndex(pVtx, poolIndex)) {
+    IdxVtxAct* pRec(recordPoolIndex.getElement(recordPool, poolIndex));
+    if (pRec != nullptr && pRec->pVtx == pVtx && pRec->bActive) return pRec;
+  }
+  const size_t vertexPos(getIdxOfActiveVtx(pVtx));
+  VASK_ASSERT(vIdxVtxAct[vertexPos]->pVtx == pVtx);
+  return vIdxVtxAct[vertexPos];
+}
+
+void VertexVault::prefetchRecord(size_t vertexPoolIndex) const {
+  IdxVtxAct* pRec(recordPoolIndex.getElement(recordPool, vertexPoolIndex));
+  if (pRec != nullptr) __builtin_prefetch(pRec, 1);
+}
+
+void VertexVault::removeVertexRecord(Point2* pRemovedVertex) {
+  VASK_ASSERT(!vIdxVtxAct.empty());
+  ++numRemoved;
+  pRemovedVertex->setIncidentTriangle(nullptr);
+  IdxVtxAct* pRec(findActiveRecord(pRemovedVertex));
+  VASK_ASSERT(pRec->bActive == true);
+  pRec->bActive = false;
+  --numActive;
+  if (!bFullDimensional) rebuild(false);
+}
+
+// ---------------------------------------------------------------------------
+// Fake box
+
+void VertexVault::createFakeBox(const Bbox2& box) {
+  VASK_ASSERT(vFakeBoxHandles.empty());
+  Bbox2 fakeBox(box);
+  fakeBox.enlargeRanges(1.01);
+  // Collinear or single-point data give a flat box: give each flat axis the
+  // other axis' extent (or the coordinates' magnitude) so the box has area.
+  double ext(std::max(fakeBox.getRangeX(), fakeBox.getRangeY()));
+  if (!(ext > 0.0)) ext = std::max(1e-300, std::max(std::fabs(fakeBox.get_minX()), std::fabs(fakeBox.get_minY())));
+  double minX(fakeBox.get_minX()), maxX(fakeBox.get_maxX()), minY(fakeBox.get_minY()), maxY(fakeBox.get_maxY());
+  if (!(maxX - minX > 0.0)) {
+    minX -= ext / 2;
+    maxX += ext / 2;
+  }
+  if (!(maxY - minY > 0.0)) {
+    minY -= ext / 2;
+    maxY += ext / 2;
+  }
+  // The corners must lie strictly outside the data's box, also where the
+  // enlargement is below one ulp of the coordinates.
+  while (!(minX < box.get_minX())) minX = std::nextafter(minX, -DBL_MAX);
+  while (!(maxX > box.get_maxX())) maxX = std::nextafter(maxX, DBL_MAX);
+  while (!(minY < box.get_minY())) minY = std::nextafter(minY, -DBL_MAX);
+  while (!(maxY > box.get_maxY())) maxY = std::nextafter(maxY, DBL_MAX);
+  KiroTest& kiroTest(pDt2->getKiroTest());
+  const Point2 aCorners[4] = {Point2(minX, minY), Point2(maxX, minY), Point2(maxX, maxY), Point2(minX, maxY)};
+  for (const Point2& corner : aCorners) {
+    vFakeBoxHandles.push_back(new Point2(corner));
+    kiroTest.updateStaticBound(vFakeBoxHandles.back());
+  }
+  if (!bFullDimensional) {
+    bFullDimensional = true;
+    Triangle2* pT0(pDt2->createTriangle(vFakeBoxHandles[0], vFakeBoxHandles[1], vFakeBoxHandles[2]));
+    Triangle2* pT1(pDt2->createTriangle(vFakeBoxHandles[0], vFakeBoxHandles[2], vFakeBoxHandles[3]));
+    for (int i = 0; i < 3; ++i) {
+      pT0->setOppTriangle(i, nullptr);
+      pT1->setOppTriangle(i, nullptr);
+    }
+    pDt2->linkPair(pT0, 1, pT1, 2);
+    return;
+  }
+  for (Point2* pCorner : vFakeBoxHandles) {
+    const uint32_t idx(pDt2->getHilbertIndex(pCorner->x(), pCorner->y()));
+    pDt2->insertVertex(pCorner, getCloseTriangle(idx));
+  }
+}
+
+Point2* VertexVault::getFakeBoxCorner(size_t i) const {
+  VASK_ASSERT(vFakeBoxHandles.size() > i);
+  return vFakeBoxHandles[i];
+}
+
+void VertexVault::removeFakeBox() {
+  VASK_ASSERT(vFakeBoxHandles.size() == 4);
+  for (size_t i = 0; i < 4; ++i) {
+    Point2* pCorner(getFakeBoxCorner(i));
+    // A corner can lose its last triangle before its turn when the data
+    // inside the box has no area.
+    if (pCorner->getIncidentTriangle() != nullptr) pDt2->removeHullVertex(pCorner, false);
+  }
+  for (Point2* pCorner : vFakeBoxHandles) delete pCorner;
+  vFakeBoxHandles.clear();
+}
+
+void VertexVault::assignCustomIndices() {
+  int customIndex(0);
+  for (IdxVtxAct* pRec : vIdxVtxAct)
+    if (pRec->bActive) pRec->pVtx->setCustomIndex(customIndex++);
+}
+
+void VertexVault::checkVault() const {
+  logInfo("", "VertexVault::checkVault(): This is a debug check");
+  for (const IdxVtxAct* pRec : vIdxVtxAct) {
+    VASK_ASSERT(pRec->pVtx != NULL);
+    if (bFullDimensional && pRec->bActive && pRec->pVtx->getIncidentTriangle() == nullptr) {
+      std::ostringstream oss;
+      oss << "pVtx without triangle: " << *pRec->pVtx;
+      logError("VertexVault::checkVault()", oss.str());
+    }
+  }
+  logInfo("", "VertexVault::checkVault() survived");
+}
+
+} // namespace KIRO_VASK2D

@@ -1,0 +1,119 @@
+#pragma once
+#include "Bbox2.h"
+#include "Point2.h"
+#include "Triangle2.h"
+#include "core/PoolIndex.h"
+#include "kiro_tools/SimplePool.h"
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <vector>
+
+namespace KIRO_VASK2D {
+
+class Dt2;
+
+/** One vertex of the vault: its Hilbert index, whether it counts as a vertex
+ * of the triangulation, and the vertex itself (never null in a stored record). */
+struct IdxVtxAct {
+  uint32_t idx;
+  bool bActive;
+  Point2* pVtx;
+
+  /** Active records before inactive ones; two active records by idx. Records
+   * with equal idx stand in no defined order. */
+  bool operator<(const IdxVtxAct& other) const {
+    if (!bActive || !other.bActive) return bActive && !other.bActive;
+    return idx < other.idx;
+  }
+};
+
+typedef std::vector<IdxVtxAct*>::iterator VtxRecIt;
+typedef std::vector<IdxVtxAct*>::const_iterator VtxRecConstIt;
+
+/** The register of every vertex of a triangulation. Points wait here while
+ * the data is collinear; the records, kept sorted along the Hilbert curve,
+ * give point location a close start triangle; duplicates found during an
+ * insertion are remembered here and settled to the first vertex.
+ *
+ * Layout: vIdxVtxAct = [sorted part | tail appended since the last rebuild].
+ * The tail consists of batches, each sorted by itself. */
+class VertexVault {
+public:
+  explicit VertexVault(Dt2* pDt2);
+  ~VertexVault();
+  VertexVault(const VertexVault&) = delete;
+  VertexVault& operator=(const VertexVault&) = delete;
+
+  // Adding vertices
+  void addVertex(uint32_t idx, Point2* pVtx);
+  void addVertices(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles, size_t& firstPos);
+  void addVertices(unsigned numPoints, const double* aCoordinates, Point2** aHandles, size_t& firstPos);
+
+  // Duplicates
+  bool dupIsClean() const { return mRedundant2UniqueVtx.empty(); }
+  void registerDup(Point2* pDup, Point2* pExisting);
+  Point2* treatOneDupGetHandle(Point2* pDup);
+  void treatDupsAndHandles(std::vector<Point2*>* pVHandles);
+  void replaceDuplicateVertexHandlesFullDim(std::vector<Point2*>& vHandles);
+
+  // Finding
+  Triangle2* getCloseTriangle(uint32_t idx);
+  bool getThreeInitialPoints(Point2*& p0, Point2*& p1, Point2*& p2);
+  Triangle2* getOneValidTriangle() const;
+  void getRange(size_t pos, VtxRecIt& first, VtxRecIt& last);
+  void getRange(size_t pos, VtxRecConstIt& first, VtxRecConstIt& last) const;
+  size_t getIdxOfActiveVtx(const Point2* pQuery) const;
+  Point2* findActive(const Point2& q) const;
+  void getVertices(std::vector<Point2*>& vVertices) const;
+  Bbox2 getBbox() const;
+  unsigned numberOfPoints() const;
+  unsigned numberOfRecords() const { return static_cast<unsigned>(vIdxVtxAct.size()); }
+
+  // Order
+  void rebuild(bool bLazy);
+  void reindex();
+  void removeVertexRecord(Point2* pRemovedVertex);
+  /** Starts loading the record that is taken together with the vertex at
+   * this position of the vertex pool: the record removeVertexRecord will
+   * normally write. A hint only. */
+  void prefetchRecord(size_t vertexPoolIndex) const;
+
+  // The temporary outer corners of the multi-threaded batch
+  void createFakeBox(const Bbox2& box);
+  Point2* getFakeBoxCorner(size_t i) const;
+  void removeFakeBox();
+  bool hasFakeBox() const { return !vFakeBoxHandles.empty(); }
+
+  void assignCustomIndices();
+  void checkVault() const;
+
+  bool bFullDimensional;
+
+private:
+  IdxVtxAct* newRecord(uint32_t idx, Point2* pVtx);
+  IdxVtxAct* findActiveRecord(const Point2* pVtx) const;
+  void sortPairs(std::vector<uint64_t>& vPairs) const;
+  void sortRecords(VtxRecIt first, VtxRecIt last) const;
+  void fixHandles(std::vector<Point2*>* pVHandles) const;
+  size_t bisect(uint32_t idx) const;
+  Triangle2* nearestTriangleAround(size_t pos) const;
+
+  std::vector<IdxVtxAct*> vIdxVtxAct;
+  size_t numSorted;
+  // The keys of the sorted part, in its order. The bisection reads one
+  // dense array instead of a record behind each pointer: half the cache
+  // misses, and its upper levels stay in the cache.
+  std::vector<uint32_t> vSortedIdx;
+  Dt2* pDt2;
+  SimplePool<IdxVtxAct> recordPool;
+  mutable PoolIndex<IdxVtxAct> recordPoolIndex;
+  std::map<Point2*, Point2*> mRedundant2UniqueVtx;
+  size_t numRemoved;
+  size_t numActive;
+  std::vector<Point2*> vFakeBoxHandles;
+  std::mutex mtxDup;
+};
+
+} // namespace KIRO_VASK2D

@@ -1,0 +1,263 @@
+// Read-only operations: locate, adjacency, incident lists, hull, box, the
+// validity check and its reports, statistics, timing, and the facade's
+// small services.
+#include "Vask_2D.h"
+#include "core/Dt2.h"
+#include "helpers/TestHelpers.h"
+#include "support/Histogram.h"
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <thread>
+
+using namespace KIRO_VASK2D;
+
+namespace {
+
+// A square (0,0)-(4,4) with its centre and the midpoint of the bottom side.
+void makeSquare(Vask_2D& dt, std::vector<Point2*>& vHandles) {
+  const Point2 aPoints[] = {Point2(0, 0), Point2(4, 0), Point2(4, 4), Point2(0, 4), Point2(2, 2), Point2(2, 0)};
+  for (const Point2& p : aPoints) vHandles.push_back(dt.insert(p));
+}
+
+bool triangleContains(const Triangle2* pT, const Point2& q) {
+  for (int i = 0; i < 3; ++i)
+    if (vask_test::exactOrientation(*pT->getCorner((i + 1) % 3), *pT->getCorner((i + 2) % 3), q) < 0) return false;
+  return true;
+}
+
+} // namespace
+
+TEST(Queries, LocateFindsTheContainingTriangleOrNull) {
+  Vask_2D dt;
+  EXPECT_EQ(dt.locate(Point2(0, 0)), nullptr); // no area yet
+  dt.insert(vask_test::randomPoints(5000, 3));
+  for (const Point2& q : vask_test::randomPoints(2000, 4)) {
+    Triangle2* pT(dt.locate(q));
+    std::vector<Point2*> vHull;
+    if (pT == nullptr) continue; // outside the hull near the corners
+    EXPECT_TRUE(triangleContains(pT, q));
+  }
+  std::vector<Point2*> vHandles;
+  Vask_2D square;
+  makeSquare(square, vHandles);
+  EXPECT_EQ(square.locate(Point2(5, 1)), nullptr);
+  EXPECT_EQ(square.locate(Point2(6, 0)), nullptr);   // on the hull's line beyond its end
+  EXPECT_EQ(square.locate(Point2(-1e200, 3)), nullptr); // far away, beyond the static bound
+  for (const Point2& q : {Point2(1, 0), Point2(4, 2.5), Point2(2, 2), Point2(0, 4), Point2(1, 1), Point2(3.9, 0.1)}) {
+    Triangle2* pT(square.locate(q));
+    ASSERT_NE(pT, nullptr) << q;
+    EXPECT_TRUE(triangleContains(pT, q)) << q;
+  }
+}
+
+TEST(Queries, AdjacentTriangleFollowsTheDirectedEdge) {
+  Vask_2D dt;
+  std::vector<Point2*> v;
+  makeSquare(dt, v);
+  // v: 0 (0,0), 1 (4,0), 2 (4,4), 3 (0,4), 4 centre, 5 (2,0)
+  Triangle2* pT(dt.getAdjacentTriangle(v[5], v[1]));
+  ASSERT_NE(pT, nullptr);
+  EXPECT_TRUE(pT->hasVertex(v[4]));
+  EXPECT_EQ(dt.getAdjacentTriangle(v[1], v[5]), nullptr); // hull edge against its direction
+  EXPECT_EQ(dt.getAdjacentTriangle(v[0], v[2]), nullptr); // no edge
+  EXPECT_THROW(dt.getAdjacentTriangle(v[0], v[0]), VaskException);
+  EXPECT_THROW(dt.getAdjacentTriangle(nullptr, v[0]), VaskException);
+  Dt2* pDt2(dt.getImpl());
+  EXPECT_TRUE(pDt2->isAdjacent(v[4], v[0]));
+  EXPECT_FALSE(pDt2->isAdjacent(v[0], v[2]));
+  EXPECT_EQ(pDt2->findVertex(Point2(2, 2)), v[4]);
+  EXPECT_EQ(pDt2->findVertex(Point2(2, 2.5)), nullptr);
+  EXPECT_FALSE(pDt2->isDegenerate(pT));
+}
+
+TEST(Queries, IncidentTrianglesAndVerticesListEachNeighbourOnce) {
+  Vask_2D dt;
+  std::vector<Point2*> v;
+  makeSquare(dt, v);
+  std::vector<Point2*> vInc;
+  dt.getIncidentVertices(v[4], vInc);
+  EXPECT_EQ(vInc.size(), 5u);
+  std::vector<Triangle2*> vIncT;
+  dt.getIncidentTriangles(v[4], vIncT);
+  EXPECT_EQ(vIncT.size(), 5u);
+  vIncT.clear();
+  dt.getIncidentTriangles(v[5], vIncT); // a hull vertex: the gap is skipped
+  EXPECT_EQ(vIncT.size(), 2u);
+  Vask_2D tri;
+  Point2* a(tri.insert(Point2(0, 0)));
+  tri.insert(Point2(3, 0));
+  tri.insert(Point2(0, 3));
+  Point2* c(tri.insert(Point2(1, 1)));
+  std::vector<Point2*> vDeg3;
+  tri.getIncidentVertices(c, vDeg3);
+  EXPECT_EQ(vDeg3.size(), 3u);
+  vDeg3.clear();
+  tri.getIncidentVertices(a, vDeg3);
+  EXPECT_EQ(vDeg3.size(), 3u);
+  // Appends without clearing.
+  tri.getIncidentVertices(a, vDeg3);
+  EXPECT_EQ(vDeg3.size(), 6u);
+}
+
+TEST(Queries, ConvexHullInBothFormsIsCounterClockwiseFromTheLeftmostPoint) {
+  Vask_2D dt;
+  std::vector<Point2*> v;
+  makeSquare(dt, v);
+  std::vector<Point2*> vAll, vCorners;
+  dt.getConvexHull(true, vAll);
+  dt.getConvexHull(false, vCorners);
+  ASSERT_EQ(vAll.size(), 5u);
+  ASSERT_EQ(vCorners.size(), 4u);
+  EXPECT_EQ(vAll[0], v[0]);
+  EXPECT_EQ(vAll[1], v[5]);
+  EXPECT_EQ(vAll[2], v[1]);
+  EXPECT_EQ(vCorners[0], v[0]);
+  EXPECT_EQ(vCorners[1], v[1]);
+  EXPECT_EQ(vCorners[2], v[2]);
+  EXPECT_EQ(vCorners[3], v[3]);
+  std::vector<std::pair<Triangle2*, int> > vEdges;
+  dt.getImpl()->getConvexHullEdges(vEdges);
+  ASSERT_EQ(vEdges.size(), 5u);
+  for (size_t i = 0; i < vEdges.size(); ++i) {
+    const std::pair<Triangle2*, int>& e(vEdges[i]);
+    const std::pair<Triangle2*, int>& next(vEdges[(i + 1) % vEdges.size()]);
+    EXPECT_EQ(e.first->getOppositeTriangle(e.second), nullptr);
+    // Each edge ends where the next begins.
+    EXPECT_EQ(e.first->getCorner((e.second + 2) % 3), next.first->getCorner((next.second + 1) % 3));
+  }
+  // Random points: the hull of the library equals an independent hull.
+  Vask_2D rnd;
+  rnd.insert(vask_test::randomPoints(3000, 17));
+  std::vector<Point2*> vHull;
+  rnd.getConvexHull(false, vHull);
+  for (size_t i = 0; i < vHull.size(); ++i)
+    EXPECT_EQ(vask_test::exactOrientation(*vHull[i], *vHull[(i + 1) % vHull.size()], *vHull[(i + 2) % vHull.size()]), 1);
+  // Without area: a warning and nothing.
+  Vask_2D empty;
+  std::vector<Point2*> vNone;
+  testing::internal::CaptureStdout();
+  empty.getConvexHull(true, vNone);
+  const std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_TRUE(vNone.empty());
+  EXPECT_NE(out.find("Dt2::getConvexHull(), WARNING: the triangulation has no area yet"), std::string::npos);
+}
+
+TEST(Queries, BoundingBoxIsTheTightBoxOfTheVertices) {
+  Vask_2D dt;
+  dt.insert(Point2(-1, 2));
+  dt.insert(Point2(3, -5));
+  dt.insert(Point2(0.5, 7));
+  dt.insert(Point2(0.5, 7));
+  const Bbox2 box(dt.computeBoundingBox());
+  EXPECT_EQ(box.get_minX(), -1);
+  EXPECT_EQ(box.get_maxX(), 3);
+  EXPECT_EQ(box.get_minY(), -5);
+  EXPECT_EQ(box.get_maxY(), 7);
+}
+
+TEST(Queries, CheckValidityReportsBrokenLinksAndEmptyCircleFaults) {
+  Vask_2D dt;
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(dt.checkValidity(true, "none"));
+  std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_NE(out.find("checkValidity(none), INFO: not fulldimensional yet (empty or all points collinear), Returning true"),
+            std::string::npos);
+  std::vector<Point2*> v;
+  makeSquare(dt, v);
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(dt.checkValidity(true, "square"));
+  out = testing::internal::GetCapturedStdout();
+  EXPECT_NE(out.find("Vask_2D::CheckValidity(square), INFO: Valid triangulation"), std::string::npos);
+  // Flip a Delaunay edge: still a valid mesh, no longer Delaunay.
+  Triangle2* pT(dt.getAdjacentTriangle(v[4], v[1]));
+  ASSERT_NE(pT, nullptr);
+  Dt2* pDt2(dt.getImpl());
+  const int i(pT->getIntraTriangleIndex(v[4], v[1]));
+  ASSERT_TRUE(pDt2->canBeFlipped(pT, i));
+  pDt2->flip(pT, i);
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(dt.checkValidity(false, "flipped"));
+  EXPECT_FALSE(dt.checkValidity(true, "flipped"));
+  out = testing::internal::GetCapturedStdout();
+  EXPECT_NE(out.find("Sphere inclusion test failed"), std::string::npos);
+  EXPECT_NE(out.find("checkValidity, bug, name=flipped"), std::string::npos);
+  EXPECT_FALSE(vask_test::validate(dt).ok);
+  // bfsFlipIncident repairs it.
+  pDt2->bfsFlipIncident(v[4]);
+  pDt2->bfsFlipIncident(v[1]);
+  EXPECT_TRUE(vask_test::validate(dt).ok);
+  // A one-sided link.
+  Triangle2* pN(pT->getOppositeTriangle(0) ? pT->getOppositeTriangle(0) : pT->getOppositeTriangle(1));
+  ASSERT_NE(pN, nullptr);
+  const int back(pN->getIntraTriangleIndex(pT));
+  pN->setOppTriangle(back, nullptr);
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(dt.checkValidity(true, "broken"));
+  out = testing::internal::GetCapturedStdout();
+  EXPECT_NE(out.find("Inconsistent neighborships:"), std::string::npos);
+  pN->setOppTriangle(back, pT);
+}
+
+TEST(Queries, StatisticsPrintTheAngleHistogram) {
+  Vask_2D dt;
+  testing::internal::CaptureStdout();
+  dt.statistics("empty");
+  std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_NE(out.find("********* MESH STATISTICS (empty) **********"), std::string::npos);
+  EXPECT_NE(out.find("Empty histogram [ INTERIOR ANGLES ]"), std::string::npos);
+  dt.insert(vask_test::gridPoints(3));
+  testing::internal::CaptureStdout();
+  dt.statistics("grid");
+  out = testing::internal::GetCapturedStdout();
+  EXPECT_NE(out.find("Number of triangles: 8"), std::string::npos);
+  EXPECT_NE(out.find("INTERIOR ANGLES (avg=60"), std::string::npos);
+  EXPECT_NE(out.find("40 - 50: 16"), std::string::npos);
+  EXPECT_NE(out.find("80 - 90: 8"), std::string::npos);
+}
+
+TEST(Queries, HistogramBinsByTheFirstLimitNotBelowTheValue) {
+  Histogram h("H", {10, 20, 30});
+  for (double v : {0.0, 10.0, 10.5, 20.0, 29.0, 45.0}) h.add(v);
+  EXPECT_EQ(h.getBinCount(10), 2u);
+  EXPECT_EQ(h.getBinCount(20), 2u);
+  EXPECT_EQ(h.getBinCount(30), 2u); // 45 lies beyond the last limit
+  EXPECT_EQ(h.getCount(), 6u);
+  EXPECT_DOUBLE_EQ(h.getAverage(), 114.5 / 6);
+  EXPECT_EQ(h.getMax(), 45.0);
+  std::ostringstream oss;
+  h.print(oss);
+  EXPECT_NE(oss.str().find("H (avg="), std::string::npos);
+  EXPECT_NE(oss.str().find("  max: 45"), std::string::npos);
+}
+
+TEST(Queries, MeasureTriangulationTimeLeavesTheTriangulationAlone) {
+  Vask_2D dt;
+  dt.insert(vask_test::randomPoints(100, 1));
+  std::vector<Point2> vPoints(vask_test::randomPoints(20000, 2));
+  const double seconds(dt.measureTriangulationTime(vPoints));
+  EXPECT_GT(seconds, 0.0);
+  EXPECT_EQ(dt.numberOfPoints(), 100u);
+}
+
+TEST(Queries, FacadeServices) {
+  Vask_2D dt;
+  dt.setName("mesh A");
+  EXPECT_STREQ(dt.getName(), "mesh A");
+  EXPECT_EQ(dt.setNumCPU(3), 3);
+  EXPECT_EQ(dt.setNumCPU(-2), 1);
+  EXPECT_EQ(dt.setNumCPU(0), static_cast<int>(std::max(1u, std::thread::hardware_concurrency())));
+  dt.setDev("switch", 4, 2.5);
+  int i(0);
+  double d(0.0);
+  EXPECT_TRUE(dt.getImpl()->getDev("switch", i, d));
+  EXPECT_EQ(i, 4);
+  EXPECT_EQ(d, 2.5);
+  testing::internal::CaptureStdout();
+  dt.internal(-7, -1000, "x");
+  dt.internal(1, 2, "x");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "internal debug is disbled in your version\n");
+  EXPECT_EQ(dt.getOrientation(Point2(0, 0), Point2(1, 1.0 / 3.0), Point2(3, 1)), ORIENTATION2_CCW); // 1/3 rounds down
+  EXPECT_EQ(dt.getOrientation(Point2(0, 0), Point2(1, 0), Point2(2, 1)), ORIENTATION2_CCW);
+  EXPECT_NE(dt.getImpl(), nullptr);
+}

@@ -1,0 +1,244 @@
+// The vertex vault (records in Hilbert order, duplicates, start triangles,
+// the fake box) and the chunk of the multi-threaded batch, driven directly.
+#include "Vask_2D.h"
+#include "core/Chunk.h"
+#include "core/Dt2.h"
+#include "core/VertexVault.h"
+#include "helpers/TestHelpers.h"
+#include <algorithm>
+#include <gtest/gtest.h>
+
+using namespace KIRO_VASK2D;
+using vask_test::validate;
+
+namespace {
+
+bool recordsSortedByIdx(VertexVault& vault) {
+  VtxRecIt first, last;
+  vault.getRange(0, first, last);
+  return std::is_sorted(first, last, [](const IdxVtxAct* a, const IdxVtxAct* b) { return a->idx < b->idx; });
+}
+
+} // namespace
+
+TEST(Vault, RecordOrderPutsActiveFirstThenByIndex) {
+  Point2 p(0, 0);
+  IdxVtxAct a{5, true, &p}, b{7, true, &p}, c{1, false, &p}, d{2, false, &p};
+  EXPECT_TRUE(a < b);
+  EXPECT_FALSE(b < a);
+  EXPECT_TRUE(b < c);
+  EXPECT_FALSE(c < a);
+  EXPECT_FALSE(c < d);
+  EXPECT_FALSE(d < c);
+}
+
+TEST(Vault, ThreeInitialPointsSkipEqualAndCollinearRecords) {
+  Dt2 dt2(3);
+  VertexVault& vault(dt2.getVertexVault());
+  Point2 *p0, *p1, *p2;
+  EXPECT_THROW(vault.getThreeInitialPoints(p0, p1, p2), VaskException);
+  std::vector<Point2> vPoints(50, Point2(1, 1));
+  vPoints.emplace_back(2, 2);
+  vPoints.emplace_back(3, 3);
+  vPoints.emplace_back(4, 4.5);
+  dt2.insertToVVault(std::vector<Point2>(1, Point2(1, 1)), nullptr);
+  EXPECT_FALSE(vault.getThreeInitialPoints(p0, p1, p2));
+  dt2.insertToVVault(vPoints, nullptr);
+  ASSERT_TRUE(vault.getThreeInitialPoints(p0, p1, p2));
+  EXPECT_EQ(vask_test::exactOrientation(*p0, *p1, *p2), 1);
+  EXPECT_EQ(vault.numberOfPoints(), 4u);
+}
+
+TEST(Vault, BatchRecordsAreInCurveOrderAndHandlesInInputOrder) {
+  for (int numCPU : {1, 2, 4}) {
+    Vask_2D dt;
+    dt.setNumCPU(numCPU);
+    const std::vector<Point2> vPoints(vask_test::randomPoints(30000, 5));
+    std::vector<Point2*> vHandles;
+    dt.insert(vPoints, vHandles);
+    VertexVault& vault(dt.getImpl()->getVertexVault());
+    EXPECT_TRUE(recordsSortedByIdx(vault));
+    EXPECT_EQ(vault.numberOfRecords(), 30000u);
+    for (size_t i = 0; i < vPoints.size(); ++i) ASSERT_EQ(*vHandles[i], vPoints[i]);
+    // A second batch appends; the lazy rebuild merges it in.
+    dt.insert(vask_test::randomPoints(20000, 6));
+    EXPECT_TRUE(recordsSortedByIdx(vault));
+    EXPECT_EQ(vault.numberOfRecords(), 50000u);
+  }
+}
+
+TEST(Vault, FindActiveFindsPointsThatShareAnIndex) {
+  Vask_2D dt;
+  std::vector<Point2> vPoints(vask_test::randomPoints(1000, 8));
+  // Points a few ulps apart land in the same Hilbert cell.
+  for (int i = 0; i < 20; ++i) vPoints.emplace_back(0.5 + i * 1e-15, 0.5);
+  dt.insert(vPoints);
+  Dt2* pDt2(dt.getImpl());
+  for (const Point2& p : vPoints) {
+    Point2* pFound(pDt2->findVertex(p));
+    ASSERT_NE(pFound, nullptr);
+    EXPECT_EQ(*pFound, p);
+  }
+  EXPECT_EQ(pDt2->findVertex(Point2(0.5 + 0.5e-15, 0.5)), nullptr);
+  EXPECT_EQ(pDt2->findVertex(Point2(7, 7)), nullptr);
+  EXPECT_EQ(pDt2->getHilbertIndex(0.5, 0.5), pDt2->getHilbertIndex(0.5 + 1e-15, 0.5));
+}
+
+TEST(Vault, CloseTriangleIsFoundThroughTheTailWhenTheSortedPartIsInactive) {
+  Vask_2D dt;
+  dt.insert(vask_test::randomPoints(100, 9));
+  Dt2* pDt2(dt.getImpl());
+  VertexVault& vault(pDt2->getVertexVault());
+  Point2* pTail(dt.insert(Point2(0.25, 0.75))); // appended behind the sorted part
+  std::vector<Point2*> vVertices;
+  vault.getVertices(vVertices);
+  // Deactivate every record but the tail's: the mesh is untouched, only the
+  // vault forgets them (as a removal would before it relinks triangles).
+  for (Point2* p : vVertices)
+    if (p != pTail) vault.removeVertexRecord(p);
+  Triangle2* pT(vault.getCloseTriangle(pDt2->getHilbertIndex(0.9, 0.1)));
+  ASSERT_NE(pT, nullptr);
+  EXPECT_TRUE(pT->hasVertex(pTail));
+  EXPECT_EQ(vault.numberOfPoints(), 1u);
+}
+
+TEST(Vault, RemovingARecordInTheCollinearStateLowersTheCount) {
+  Vask_2D dt;
+  Point2* p0(dt.insert(Point2(0, 0)));
+  dt.insert(Point2(1, 1));
+  dt.insert(Point2(2, 2));
+  VertexVault& vault(dt.getImpl()->getVertexVault());
+  vault.removeVertexRecord(p0);
+  EXPECT_EQ(dt.numberOfPoints(), 2u);
+  EXPECT_EQ(vault.numberOfRecords(), 2u);
+  EXPECT_EQ(dt.insert(Point2(0, 0)) == p0, false);
+}
+
+TEST(Vault, DuplicateHandlesOfAReinsertAreReplacedByTheLiveVertex) {
+  Vask_2D dt;
+  const std::vector<Point2> vPoints(vask_test::randomPoints(2000, 10));
+  std::vector<Point2*> vHandles;
+  dt.insert(vPoints, vHandles);
+  Dt2* pDt2(dt.getImpl());
+  // Free copies stand for the duplicate vertices of a re-insert.
+  std::vector<Point2> vCopies(vPoints.begin(), vPoints.begin() + 600);
+  std::vector<Point2*> vProbe;
+  for (Point2& p : vCopies) vProbe.push_back(&p);
+  vProbe.push_back(vHandles[1999]); // a live vertex stays as it is
+  testing::internal::CaptureStdout();
+  pDt2->getVertexVault().replaceDuplicateVertexHandlesFullDim(vProbe);
+  const std::string out(testing::internal::GetCapturedStdout());
+  for (size_t i = 0; i < 600; ++i) EXPECT_EQ(vProbe[i], vHandles[i]);
+  EXPECT_EQ(vProbe.back(), vHandles[1999]);
+  EXPECT_NE(out.find("possible slow down due to massive duplicate vertex insertion"), std::string::npos);
+}
+
+TEST(Vault, FakeBoxAroundAMeshLeavesTheSameMeshBehind) {
+  Vask_2D dt;
+  dt.insert(vask_test::randomPoints(3000, 12));
+  const std::vector<vask_test::CanonicalTriangle> vBefore(vask_test::canonicalTriangles(dt));
+  Dt2* pDt2(dt.getImpl());
+  VertexVault& vault(pDt2->getVertexVault());
+  vault.createFakeBox(pDt2->getBbox());
+  EXPECT_EQ(dt.numberOfTriangles(), 2u * 3004u - 2u - 4u);
+  EXPECT_TRUE(dt.checkValidity(true, "fake box"));
+  for (size_t i = 0; i < 4; ++i) EXPECT_NE(vault.getFakeBoxCorner(i)->getIncidentTriangle(), nullptr);
+  EXPECT_THROW(vault.getFakeBoxCorner(4), VaskException);
+  vault.removeFakeBox();
+  EXPECT_FALSE(vault.hasFakeBox());
+  EXPECT_EQ(vask_test::canonicalTriangles(dt), vBefore);
+  EXPECT_TRUE(validate(dt).ok);
+}
+
+TEST(Vault, FakeBoxOnCollinearPointsReturnsToTheCollinearState) {
+  Vask_2D dt;
+  std::vector<Point2> vLine;
+  for (int i = 0; i < 10; ++i) vLine.emplace_back(i, 2 * i);
+  dt.insert(vLine);
+  Dt2* pDt2(dt.getImpl());
+  VertexVault& vault(pDt2->getVertexVault());
+  vault.createFakeBox(pDt2->getBbox());
+  EXPECT_TRUE(dt.hasArea());
+  EXPECT_EQ(dt.numberOfTriangles(), 2u);
+  VtxRecIt first, last;
+  vault.getRange(0, first, last);
+  pDt2->triangulateRec(first, last, vault.getFakeBoxCorner(0)->getIncidentTriangle());
+  EXPECT_TRUE(dt.checkValidity(true, "collinear in box"));
+  vault.removeFakeBox();
+  EXPECT_FALSE(dt.hasArea());
+  EXPECT_EQ(dt.numberOfTriangles(), 0u);
+  EXPECT_EQ(dt.numberOfPoints(), 10u);
+  dt.insert(Point2(0, 5));
+  EXPECT_TRUE(validate(dt).ok);
+  EXPECT_EQ(dt.numberOfTriangles(), 9u);
+}
+
+TEST(Chunk, OneChunkInsertsItsRangeIntoTheFakeBox) {
+  // The batch as several workers prepare it: fake box, records in the vault,
+  // then one chunk over a middle range of records.
+  Vask_2D dt;
+  dt.insert(vask_test::randomPoints(2000, 14));
+  Dt2* pDt2(dt.getImpl());
+  VertexVault& vault(pDt2->getVertexVault());
+  std::vector<Point2> vNew(vask_test::randomPoints(20000, 15));
+  vNew.insert(vNew.end(), vNew.begin(), vNew.begin() + 100); // duplicates
+  vNew.emplace_back(0.5, 0.5);                               // and points on edges
+  vNew.emplace_back(0.25, 0.5);
+  vault.createFakeBox(pDt2->getBbox());
+  size_t firstPos(0);
+  std::vector<Point2*> vHandles;
+  vault.addVertices(vNew, &vHandles, firstPos);
+  std::vector<IdxVtxAct*> vRecords;
+  VtxRecIt first, last;
+  vault.getRange(0, first, last);
+  vRecords.assign(first, last);
+  const unsigned start(static_cast<unsigned>(firstPos)), stop(static_cast<unsigned>(vRecords.size()));
+  Chunk chunk(pDt2, &pDt2->getBbox(), 0, &vRecords, start, stop);
+  chunk.determineExtBox();
+  ASSERT_NE(chunk.getStartTriangle(), nullptr);
+  EXPECT_FALSE(chunk.getBorderTriangles().empty());
+  // The extended box holds the chunk's box.
+  EXPECT_LE(chunk.getExtBox().get_minX(), chunk.getBox().get_minX());
+  EXPECT_GE(chunk.getExtBox().get_maxY(), chunk.getBox().get_maxY());
+  chunk.triangulate();
+  vault.treatDupsAndHandles(&vHandles);
+  EXPECT_TRUE(vault.dupIsClean());
+  EXPECT_TRUE(dt.checkValidity(true, "chunk"));
+  vault.rebuild(false);
+  vault.removeFakeBox();
+  const vask_test::Validation v(validate(dt));
+  EXPECT_TRUE(v.ok) << v.firstError;
+  EXPECT_EQ(dt.numberOfPoints(), 22002u);
+  for (size_t i = 0; i < 100; ++i) EXPECT_EQ(vHandles[20000 + i], vHandles[i]);
+  // The same points by the ordinary batch give the same triangulation.
+  Vask_2D ref;
+  ref.insert(vask_test::randomPoints(2000, 14));
+  ref.insert(vNew);
+  EXPECT_EQ(vask_test::canonicalTriangles(ref), vask_test::canonicalTriangles(dt));
+}
+
+TEST(Chunk, FastModeChunkRemovesTheZeroAreaTriangleOfAPointOnAnEdge) {
+  Vask_2D dt;
+  dt.setFastMode(true);
+  dt.insert(vask_test::gridPoints(20));
+  Dt2* pDt2(dt.getImpl());
+  VertexVault& vault(pDt2->getVertexVault());
+  // Points on grid edges, one of them very close to a vertex.
+  std::vector<Point2> vNew = {Point2(3.5, 4), Point2(7, 7.5), Point2(10, 10.000000000001), Point2(0.5, 0.5)};
+  vault.createFakeBox(pDt2->getBbox());
+  size_t firstPos(0);
+  vault.addVertices(vNew, nullptr, firstPos);
+  std::vector<IdxVtxAct*> vRecords;
+  VtxRecIt first, last;
+  vault.getRange(0, first, last);
+  vRecords.assign(first, last);
+  Chunk chunk(pDt2, &pDt2->getBbox(), 1, &vRecords, static_cast<unsigned>(firstPos),
+              static_cast<unsigned>(vRecords.size()));
+  chunk.determineExtBox();
+  chunk.triangulate();
+  vault.treatDupsAndHandles(nullptr);
+  vault.rebuild(false);
+  vault.removeFakeBox();
+  EXPECT_TRUE(validate(dt, false).ok);
+  EXPECT_TRUE(dt.checkValidity(false, "fast chunk"));
+}

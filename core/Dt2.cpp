@@ -5,6 +5,8 @@
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include "VaskVersion.h"
+#include "VertexPair2.h"
+#include "Visualizer2.h"
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
@@ -20,6 +22,39 @@ namespace KIRO_VASK2D {
 namespace {
 // Pools take int sizes; a hint beyond this only sizes the first block.
 const unsigned MAX_POOL_HINT(1u << 26);
+
+// A triangle whose circle holds the far corner of its neighbour.
+struct EmptyCircleFailure {
+  Triangle2* pT;
+  Triangle2* pNeig;
+  Point2* pIntruder;
+};
+
+// The drawing "badEmptyCircle.ps" of checkValidity: the mesh, each failing
+// triangle filled red and its neighbour orange, the intruding vertex as a
+// blue cross and, where it does not dwarf the mesh, the triangle's circle.
+void drawEmptyCircleFailures(const Dt2& dt, const std::vector<EmptyCircleFailure>& vFailures,
+                             const std::string& name) {
+  Visualizer2 vis("badEmptyCircle.ps");
+  std::ostringstream title;
+  title << "checkValidity(" << name << "): " << vFailures.size() << " empty-circle failures";
+  vis.addHeaderLine(title.str().c_str());
+  vis.addHeaderLine("red: triangle, orange: its neighbour, blue: the circle and the vertex inside");
+  // A near-degenerate triangle has a huge circle, which would shrink the
+  // mesh to a dot: circles larger than the mesh itself are left out.
+  const double maxRadius(dt.computeBoundingBox().getMaxRange());
+  for (const EmptyCircleFailure& failure : vFailures) {
+    vis.addObject(*failure.pT, Color(CRED, 0.01f, true));
+    vis.addObject(*failure.pNeig, Color(CORANGE, 0.01f, true));
+    vis.addObject(*failure.pIntruder, Color(CBLUE, 0.5f, false));
+    const std::pair<Point2, bool> centre(failure.pT->getDual());
+    const double sqRadius(sqDistance2D(centre.first, *failure.pT->getCorner(0)));
+    if (std::isfinite(sqRadius) && std::sqrt(sqRadius) <= maxRadius)
+      vis.addObject(Circle2(centre.first, sqRadius), Color(CBLUE, 0.5f, false));
+  }
+  dt.show(&vis, true);
+  vis.writeFile();
+}
 } // namespace
 
 Dt2::Dt2(unsigned numPoints)
@@ -905,6 +940,7 @@ bool Dt2::checkValidity(bool bCheckEmptyCircle, const std::string& name_) {
     logError(tag, oss.str());
     bValid = false;
   };
+  std::vector<EmptyCircleFailure> vBadCircles;
   std::vector<Triangle2*> vT;
   getTrianglePointers(vT);
   for (Triangle2* pT : vT) {
@@ -936,8 +972,10 @@ bool Dt2::checkValidity(bool bCheckEmptyCircle, const std::string& name_) {
         continue;
       }
       // Edges that carry a constraint segment are exempt from this test.
-      if (bCheckEmptyCircle && kiroTest.circleInc3state(pT, pN->getCorner(backIdx)) == CINC2_INCIRCLE)
+      if (bCheckEmptyCircle && kiroTest.circleInc3state(pT, pN->getCorner(backIdx)) == CINC2_INCIRCLE) {
         report("Sphere inclusion test failed ", pT);
+        vBadCircles.push_back(EmptyCircleFailure{pT, pN, pN->getCorner(backIdx)});
+      }
     }
   }
   std::vector<Point2*> vVertices;
@@ -955,6 +993,8 @@ bool Dt2::checkValidity(bool bCheckEmptyCircle, const std::string& name_) {
     logInfo(tag, "Valid triangulation");
   } else {
     std::cout << "\ncheckValidity, bug, name=" << name_ << std::endl;
+    show("currentState.ps", true);
+    if (!vBadCircles.empty()) drawEmptyCircleFailures(*this, vBadCircles, name_);
   }
   return bValid;
 }
@@ -1019,6 +1059,45 @@ bool Dt2::getDev(const std::string& key, int& iVal, double& dVal) const {
   iVal = it->second.first;
   dVal = it->second.second;
   return true;
+}
+
+void Dt2::show(const char* filename, bool bWithConstraints) const {
+  Visualizer2 vis(filename);
+  show(&vis, bWithConstraints);
+  vis.writeFile();
+}
+
+void Dt2::show(Visualizer2* pVis, bool bWithConstraints) const {
+  if (pVis == nullptr) {
+    logWarning("Dt2::show()", "pVis==NULL, no visualization");
+    return;
+  }
+  if (!hasArea()) {
+    logWarning("Dt2::show()", "The triangulation is has no area, no visualization");
+    return;
+  }
+  // Each edge once: as the pair of its end points ordered by pointer value,
+  // which both of its triangles produce alike.
+  std::vector<Triangle2*> vT;
+  getTrianglePointers(vT);
+  std::vector<VertexPair2> vEdges;
+  vEdges.reserve(3 * vT.size());
+  for (const Triangle2* pT : vT) {
+    for (int i = 0; i < 3; ++i) {
+      Point2* p0(pT->getCorner(incIndexBy1(i)));
+      Point2* p1(pT->getCorner(incIndexBy2(i)));
+      // checkValidity draws broken meshes too: a missing corner is skipped.
+      if (p0 != nullptr && p1 != nullptr) vEdges.push_back(VertexPair2(p0, p1));
+    }
+  }
+  std::sort(vEdges.begin(), vEdges.end());
+  vEdges.erase(std::unique(vEdges.begin(), vEdges.end()), vEdges.end());
+  // No constraint segment can exist in this triangulation yet, so every edge
+  // is an ordinary edge; bWithConstraints only chooses how constraint edges
+  // are drawn (red and 0.5 wide, or black and 0.001 wide).
+  (void)bWithConstraints;
+  const Color ordinary(CBLACK, 0.01f, false);
+  for (const VertexPair2& edge : vEdges) pVis->addObject(Segment2(*edge.getFirst(), *edge.getSecond()), ordinary);
 }
 
 } // namespace KIRO_VASK2D

@@ -18,6 +18,8 @@
 
 namespace KIRO_VASK2D {
 
+class Visualizer2;
+
 /** The Delaunay triangulation behind Vask_2D. It owns every vertex and
  * triangle (pools), the vertex vault, the exact predicates and the Hilbert
  * key. There is no ghost vertex and no permanent super-triangle: the convex
@@ -82,6 +84,13 @@ public:
   bool checkValidity(bool bCheckEmptyCircle, const std::string& name);
   void statistics(const std::string& name) const;
   double measureTriangulationTime(const std::vector<Point2>& vPoints) const;
+
+  // Drawing
+  /** Writes the whole triangulation to a one-page PostScript file. */
+  void show(const char* filename, bool bWithConstraints) const;
+  /** Adds every edge once to pVis, without closing it; without area it
+   * logs a warning and adds nothing. */
+  void show(Visualizer2* pVis, bool bWithConstraints) const;
   bool hasArea() const { return *pBFullDimensional; }
 
   // Counts and settings

@@ -1,5 +1,6 @@
 #include "Vask_2D.h"
 #include "core/Dt2.h"
+#include "Visualizer2.h"
 #include "support/Log.h"
 #include <cmath>
 #include <iostream>
@@ -153,6 +154,16 @@ Bbox2 Vask_2D::computeBoundingBox() const { return pImpl->computeBoundingBox(); 
 bool Vask_2D::checkValidity(bool bCheckEmptyCircle, char const* name) {
   return pImpl->checkValidity(bCheckEmptyCircle, name != nullptr ? name : "");
 }
+void Vask_2D::show(char const* filename, bool bWithConstraints) { pImpl->show(filename, bWithConstraints); }
+
+void Vask_2D::show(Visualizer2* pVis, bool bWithConstraints) {
+  if (pVis == nullptr) {
+    logWarning("Vask_2D::show()", "pVis==NULL, no visualization");
+    return;
+  }
+  pImpl->show(pVis, bWithConstraints);
+}
+
 void Vask_2D::statistics(char const* name) const { pImpl->statistics(name != nullptr ? name : ""); }
 double Vask_2D::measureTriangulationTime(std::vector<Point2>& vPoints) const {
   std::vector<Point2> vFinite;

@@ -1,9 +1,11 @@
 // The main job of the library on an embedded default: one million random
 // points are triangulated, the result is validated (including the
-// empty-circle property of every edge) and described.
+// empty-circle property of every edge) and described. A triangulation of
+// the first 3000 points is drawn to "vask2d_demo.ps".
 //
 // Usage: vask2d_demo [numPoints]
 #include <Vask_2D.h>
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
@@ -63,5 +65,15 @@ int main(int argc, char** argv) {
   dt.statistics("demo");
   std::cout << "\nResult: " << (bValid ? "valid Delaunay triangulation" : "INVALID triangulation") << ", "
             << numPoints << " points, " << seconds << " s" << std::endl;
+
+  // A picture to look at: a million points would only make a black page, so
+  // the first few thousand points get a triangulation of their own.
+  const size_t numPicturePoints(std::min<size_t>(vPoints.size(), 3000));
+  Vask_2D smallDt;
+  smallDt.insert(std::vector<Point2>(vPoints.begin(), vPoints.begin() + numPicturePoints));
+  const char* pictureName("vask2d_demo.ps");
+  smallDt.show(pictureName, true);
+  std::cout << "Wrote a picture of the triangulation of the first " << smallDt.numberOfPoints() << " points ("
+            << smallDt.numberOfTriangles() << " triangles) to " << pictureName << std::endl;
   return bValid ? 0 : 1;
 }

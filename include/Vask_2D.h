@@ -75,6 +75,14 @@ public:
   double measureTriangulationTime(std::vector<Point2>& vPoints) const;
   Orientation2 getOrientation(const Point2& p0, const Point2& p1, const Point2& p2) const;
 
+  // Drawing
+  /** Writes the triangulation to a one-page PostScript file: its extent
+   * fills a square of 480 points, every edge is drawn once. */
+  void show(char const* filename, bool bWithConstraints);
+  /** Adds the triangulation to a visualiser that stays open, so that the
+   * caller can draw more on top and then call writeFile. */
+  void show(Visualizer2* pVis, bool bWithConstraints);
+
   // Messages, progress and developer access
   void subscribe(MsgType msgType, MsgBase* pReceiver);
   void unsubscribe(MsgType msgType, MsgBase* pReceiver);

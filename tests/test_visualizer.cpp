@@ -3,13 +3,17 @@
 #include "Color.h"
 #include "Label.h"
 #include "VaskException.h"
+#include "Vask_2D.h"
 #include "Visualizer2.h"
+#include "core/Dt2.h"
 #include "helpers/PsRender.h"
+#include "helpers/TestHelpers.h"
 #include <gtest/gtest.h>
 #include <cmath>
 #include <cstdio>
 #include <functional>
 #include <limits>
+#include <set>
 #include <string>
 
 using namespace KIRO_VASK2D;
@@ -569,4 +573,149 @@ TEST(VisualizerPicture, ExtremeCoordinatesStillRender) {
   const PageImage image(renderOrFail("pic_extreme.ps"));
   expectBoxNear(vask_test::inkBox(image, 0.0, DRAWING_TOP), LEFT, BOTTOM, LEFT + SIZE, BOTTOM + SIZE, TOL);
   std::remove("pic_extreme.ps");
+}
+
+// ---------------------------------------------------------------- the triangulation
+
+namespace {
+
+/** Random points in [0,100] x [0,50] with the four corners of that box. */
+std::vector<Point2> pointsInWideBox(std::size_t n, unsigned seed) {
+  std::vector<Point2> vPoints;
+  for (const Point2& p : vask_test::randomPoints(n, seed)) vPoints.emplace_back(100.0 * p.x(), 50.0 * p.y());
+  vPoints.emplace_back(0.0, 0.0);
+  vPoints.emplace_back(100.0, 0.0);
+  vPoints.emplace_back(100.0, 50.0);
+  vPoints.emplace_back(0.0, 50.0);
+  return vPoints;
+}
+
+std::size_t numberOfEdges(Vask_2D& dt) {
+  std::vector<Triangle2*> vT;
+  dt.getTrianglePointers(vT);
+  std::set<std::pair<Point2*, Point2*> > sEdges;
+  for (Triangle2* pT : vT) {
+    for (int i = 0; i < 3; ++i) {
+      Point2* a(pT->getCorner(incIndexBy1(i)));
+      Point2* b(pT->getCorner(incIndexBy2(i)));
+      sEdges.insert(a < b ? std::make_pair(a, b) : std::make_pair(b, a));
+    }
+  }
+  return sEdges.size();
+}
+
+} // namespace
+
+TEST(TriangulationPicture, ShowDrawsEveryEdgeOnceInThinBlack) {
+  Vask_2D dt;
+  dt.insert(pointsInWideBox(500, 7));
+  testing::internal::CaptureStdout();
+  dt.show("tri_edges.ps", true);
+  testing::internal::GetCapturedStdout();
+  const std::string body(bodyOf(vask_test::readTextFile("tri_edges.ps")));
+  EXPECT_EQ(countOf(body, "lineto"), numberOfEdges(dt));
+  EXPECT_EQ(countOf(body, "setrgbcolor"), 1u);
+  EXPECT_NE(body.find("0\t0\t0\tsetrgbcolor\n0.01\tsetlinewidth\n"), std::string::npos);
+  std::remove("tri_edges.ps");
+}
+
+TEST(TriangulationPicture, ShowIntoAnOpenVisualiserLeavesItOpen) {
+  Vask_2D dt;
+  dt.insert(pointsInWideBox(50, 8));
+  testing::internal::CaptureStdout();
+  Visualizer2 vis("tri_open.ps");
+  dt.show(&vis, false);
+  vis.addObject(Point2(120, 25), Color(CRED, 0.5f, false));
+  vis.addHeaderLine("mesh and one more point");
+  EXPECT_TRUE(vis.writeFile());
+  dt.show(static_cast<Visualizer2*>(nullptr), true);
+  const std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_NE(out.find("Vask_2D::show()"), std::string::npos) << out;
+  const std::string file(vask_test::readTextFile("tri_open.ps"));
+  EXPECT_NE(file.find("(x-Range: [0 - 120] =120)"), std::string::npos);
+  // The edges, the two strokes of the point's cross, three of the frame of
+  // the header block.
+  EXPECT_EQ(countOf(bodyOf(file), "lineto"), numberOfEdges(dt) + 2u + 3u);
+  EXPECT_NE(file.find("(mesh and one more point)"), std::string::npos);
+  std::remove("tri_open.ps");
+}
+
+TEST(TriangulationPicture, ShowWithoutAreaWarnsAndWritesAnEmptyPage) {
+  Vask_2D dt;
+  dt.insert(std::vector<Point2>{Point2(0, 0), Point2(1, 1), Point2(2, 2)});
+  testing::internal::CaptureStdout();
+  dt.show("tri_noarea.ps", true);
+  const std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_NE(out.find("Dt2::show()"), std::string::npos) << out;
+  EXPECT_NE(out.find("The triangulation is has no area, no visualization"), std::string::npos) << out;
+  const std::string file(vask_test::readTextFile("tri_noarea.ps"));
+  EXPECT_NE(file.find("showpage"), std::string::npos);
+  EXPECT_EQ(countOf(bodyOf(file), "lineto"), 0u);
+  std::remove("tri_noarea.ps");
+}
+
+TEST(TriangulationPicture, ShowFillsTheWidthOfThePageByTheScaleRule) {
+  SKIP_WITHOUT_GHOSTSCRIPT();
+  Vask_2D dt;
+  dt.insert(pointsInWideBox(3000, 9));
+  testing::internal::CaptureStdout();
+  dt.show("pic_show.ps", true);
+  testing::internal::GetCapturedStdout();
+  const PageImage image(renderOrFail("pic_show.ps"));
+  // 100 x 50 units: 480 points wide and 240 high.
+  expectBoxNear(vask_test::inkBox(image, 0.0, DRAWING_TOP), LEFT, BOTTOM, LEFT + SIZE, BOTTOM + 240.0, TOL);
+  // 3000 points make a dense mesh: a good part of the inside is inked.
+  const std::size_t numInside(vask_test::countInk(image, BOTTOM + 10.0, BOTTOM + 230.0));
+  const std::size_t numPixels(std::size_t(SIZE * (220.0) * (DPI / 72.0) * (DPI / 72.0)));
+  EXPECT_GT(numInside, numPixels / 5) << numInside << " of " << numPixels;
+  std::remove("pic_show.ps");
+}
+
+TEST(TriangulationPicture, FailedValidityCheckDrawsTheStateAndTheBadCircles) {
+  Vask_2D dt;
+  dt.insert(pointsInWideBox(200, 10));
+  ASSERT_TRUE(dt.checkValidity(true, "before"));
+  // Flipping an inner edge of a Delaunay triangulation of points in general
+  // position leaves a valid mesh whose new edge fails the empty circle.
+  Dt2* pDt(dt.getImpl());
+  std::vector<Triangle2*> vT;
+  dt.getTrianglePointers(vT);
+  bool bFlipped(false);
+  for (Triangle2* pT : vT) {
+    for (int i = 0; i < 3 && !bFlipped; ++i) {
+      if (pDt->canBeFlipped(pT, i)) {
+        pDt->flip(pT, i);
+        bFlipped = true;
+      }
+    }
+    if (bFlipped) break;
+  }
+  ASSERT_TRUE(bFlipped);
+  std::remove("currentState.ps");
+  std::remove("badEmptyCircle.ps");
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(dt.checkValidity(true, "flipped"));
+  const std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_NE(out.find("Visualizer2:: Writing currentState.ps"), std::string::npos) << out;
+  EXPECT_NE(out.find("Visualizer2:: Writing badEmptyCircle.ps"), std::string::npos) << out;
+  const std::string state(vask_test::readTextFile("currentState.ps"));
+  EXPECT_EQ(countOf(bodyOf(state), "lineto"), numberOfEdges(dt));
+  const std::string bad(vask_test::readTextFile("badEmptyCircle.ps"));
+  // Both triangles of the flipped edge fail, each against the other.
+  EXPECT_EQ(countOf(bodyOf(bad), "closepath"), 4u);
+  EXPECT_NE(bad.find("2 empty-circle failures"), std::string::npos);
+  if (vask_test::ghostscriptAvailable()) {
+    const PageImage stateImage(renderOrFail("currentState.ps"));
+    expectBoxNear(vask_test::inkBox(stateImage, 0.0, DRAWING_TOP), LEFT, BOTTOM, LEFT + SIZE, BOTTOM + 240.0, TOL);
+    const PageImage badImage(renderOrFail("badEmptyCircle.ps"));
+    std::size_t numRed(0);
+    for (int row = 0; row < badImage.height; ++row)
+      for (int col = 0; col < badImage.width; ++col) {
+        const unsigned char* p(badImage.pixel(col, row));
+        numRed += (p[0] > 200 && p[1] < 60 && p[2] < 60) ? 1 : 0;
+      }
+    EXPECT_GT(numRed, 0u);
+  }
+  std::remove("currentState.ps");
+  std::remove("badEmptyCircle.ps");
 }

@@ -14,6 +14,8 @@
 #include <functional>
 #include <limits>
 #include <set>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <string>
 
 using namespace KIRO_VASK2D;
@@ -590,6 +592,28 @@ std::vector<Point2> pointsInWideBox(std::size_t n, unsigned seed) {
   return vPoints;
 }
 
+/** Runs a test in a directory of its own, for files with fixed names that
+ * other tests running at the same time may write as well. */
+class ScopedWorkDir {
+public:
+  explicit ScopedWorkDir(const std::string& dir_) : dir(dir_) {
+    char buffer[4096];
+    if (getcwd(buffer, sizeof(buffer)) != nullptr) oldDir = buffer;
+    mkdir(dir.c_str(), 0755);
+    bEntered = chdir(dir.c_str()) == 0;
+  }
+  ~ScopedWorkDir() {
+    if (bEntered && chdir(oldDir.c_str()) != 0) std::perror("chdir");
+    rmdir(dir.c_str()); // only when the test left it empty
+  }
+  bool entered() const { return bEntered; }
+
+private:
+  std::string dir;
+  std::string oldDir;
+  bool bEntered = false;
+};
+
 std::size_t numberOfEdges(Vask_2D& dt) {
   std::vector<Triangle2*> vT;
   dt.getTrianglePointers(vT);
@@ -691,6 +715,9 @@ TEST(TriangulationPicture, FailedValidityCheckDrawsTheStateAndTheBadCircles) {
     if (bFlipped) break;
   }
   ASSERT_TRUE(bFlipped);
+  // checkValidity writes fixed names into the working directory.
+  ScopedWorkDir workDir("vis_checkvalidity");
+  ASSERT_TRUE(workDir.entered());
   std::remove("currentState.ps");
   std::remove("badEmptyCircle.ps");
   testing::internal::CaptureStdout();

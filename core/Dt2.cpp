@@ -1386,8 +1386,15 @@ void Dt2::sweepEdge(Triangle2* pT, int k) {
 }
 
 // The ear search went once round the fan without success: with exact
-// predicates that cannot happen, so the state is broken.
+// predicates that cannot happen, so the state is broken. The picture shows
+// the mesh as the ears left it, with the vertex in red.
 void Dt2::watchDogFailed(Point2* pVtx) {
+  {
+    Visualizer2 vis("watchDogFailed.ps");
+    show(&vis, true);
+    vis.addObject(*pVtx, Color(CRED, 0.5f, false));
+    vis.writeFile();
+  }
   std::cout << "vUmbrellaT.size()=" << vUmbrellaT.size() << std::endl;
   std::cout << "  vertex: " << *pVtx << std::endl;
   VASK_ASSERT(false);

@@ -614,6 +614,16 @@ private:
   bool bEntered = false;
 };
 
+std::size_t countRedPixels(const PageImage& image) {
+  std::size_t numRed(0);
+  for (int row = 0; row < image.height; ++row)
+    for (int col = 0; col < image.width; ++col) {
+      const unsigned char* p(image.pixel(col, row));
+      numRed += (p[0] > 200 && p[1] < 60 && p[2] < 60) ? 1 : 0;
+    }
+  return numRed;
+}
+
 std::size_t numberOfEdges(Vask_2D& dt) {
   std::vector<Triangle2*> vT;
   dt.getTrianglePointers(vT);
@@ -734,15 +744,36 @@ TEST(TriangulationPicture, FailedValidityCheckDrawsTheStateAndTheBadCircles) {
   if (vask_test::ghostscriptAvailable()) {
     const PageImage stateImage(renderOrFail("currentState.ps"));
     expectBoxNear(vask_test::inkBox(stateImage, 0.0, DRAWING_TOP), LEFT, BOTTOM, LEFT + SIZE, BOTTOM + 240.0, TOL);
-    const PageImage badImage(renderOrFail("badEmptyCircle.ps"));
-    std::size_t numRed(0);
-    for (int row = 0; row < badImage.height; ++row)
-      for (int col = 0; col < badImage.width; ++col) {
-        const unsigned char* p(badImage.pixel(col, row));
-        numRed += (p[0] > 200 && p[1] < 60 && p[2] < 60) ? 1 : 0;
-      }
-    EXPECT_GT(numRed, 0u);
+    EXPECT_GT(countRedPixels(renderOrFail("badEmptyCircle.ps")), 0u);
   }
   std::remove("currentState.ps");
   std::remove("badEmptyCircle.ps");
+}
+
+TEST(TriangulationPicture, RemovalWatchDogDrawsTheMeshAndTheVertexInRed) {
+  Vask_2D dt;
+  std::vector<Point2> vPoints;
+  for (int i = 0; i < 7; ++i)
+    for (int j = 0; j < 7; ++j) vPoints.emplace_back(i + 0.01 * ((i * 7 + j) % 5), j + 0.013 * ((i * 3 + j) % 7));
+  std::vector<Point2*> vHandles;
+  dt.insert(vPoints, vHandles);
+  // Corrupt the ring of an inner vertex: all its neighbours on one spot, so
+  // that no ear of its fan is a proper triangle and the ear search gives up.
+  Point2* pInner(vHandles[24]);
+  std::vector<Point2*> vRing;
+  dt.getIncidentVertices(pInner, vRing);
+  for (Point2* pRing : vRing) pRing->change(10.0, 10.0);
+  ScopedWorkDir workDir("vis_watchdog");
+  ASSERT_TRUE(workDir.entered());
+  testing::internal::CaptureStdout();
+  EXPECT_THROW(dt.remove(pInner), VaskException);
+  const std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_NE(out.find("Visualizer2:: Writing watchDogFailed.ps"), std::string::npos) << out;
+  EXPECT_NE(out.find("vUmbrellaT.size()="), std::string::npos) << out;
+  const std::string body(bodyOf(vask_test::readTextFile("watchDogFailed.ps")));
+  EXPECT_GT(countOf(body, "lineto"), 50u);
+  EXPECT_NE(body.find("1\t0\t0\tsetrgbcolor"), std::string::npos);
+  if (vask_test::ghostscriptAvailable()) EXPECT_GT(countRedPixels(renderOrFail("watchDogFailed.ps")), 0u);
+  std::remove("watchDogFailed.ps");
+  std::remove("VASK_LOG.txt");
 }

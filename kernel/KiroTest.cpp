@@ -50,7 +50,9 @@ double inwardMagnitude(double a, double b, double c, double d) {
 }
 
 /** Sign of (x0-x2)*(y1-y2) - (y0-y2)*(x1-x2) where directed rounding proves
- * it: 1 or -1; 0 when the interval [L, U] contains zero or is NaN. The
+ * it: 1 or -1; 2 when the interval is [0, 0], so the determinant is exactly
+ * zero (common on grids, where every rounding is exact); 0 when the
+ * interval straddles zero or is NaN. The
  * signs of the two products follow from comparisons alone, so each product
  * is bounded by a magnitude rounded outward and one rounded inward. */
 int orientationByIntervals(double x0, double y0, double x1, double y1, double x2, double y2) {
@@ -75,6 +77,7 @@ int orientationByIntervals(double x0, double y0, double x1, double y1, double x2
   const double lower(fpBarrier(fpBarrier(firstLo) - fpBarrier(secondHi)));
   if (0.0 > upper) return -1;
   if (lower > 0.0) return 1;
+  if (lower == 0.0 && upper == 0.0) return 2; // L <= det <= U
   return 0;
 }
 
@@ -225,6 +228,7 @@ Orientation2 KiroTest::getOrientation2Slow(const Point2* p0, const Point2* p1, c
 
   std::lock_guard<std::mutex> lock(mtxOrientation);
   const int sign(orientationByIntervals(x0, y0, x1, y1, x2, y2));
+  if (sign == 2) return ORIENTATION2_COLLINEAR;
   if (sign > 0) return ORIENTATION2_CCW;
   if (sign < 0) return ORIENTATION2_CW;
 

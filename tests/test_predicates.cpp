@@ -219,6 +219,21 @@ TEST(OrientationExactness, ExactlyCollinearGridPointsAreCollinear) {
   }
 }
 
+TEST(OrientationExactness, CollinearPointsWithExactProductsNeedNoRationals) {
+  // Small integers: every difference and product is exact, the interval
+  // stage sees [0, 0] and settles collinearity without GMP.
+  KiroTest kiroTest;
+  kiroTest.setStaticBound_MT(1000.0);
+  int numCollinear(0);
+  for (int k = -20; k <= 20; ++k) {
+    const Point2 a(0, 0), b(3, 7), c(3 * k, 7 * k);
+    if (k == 0 || k == 1) continue;
+    numCollinear += kiroTest.getOrientation2(&a, &b, &c) == ORIENTATION2_COLLINEAR;
+  }
+  EXPECT_EQ(39, numCollinear);
+  EXPECT_EQ(0u, kiroTest.getCounters().orientExact);
+}
+
 TEST(IncircleExactness, AgreesWithRationalsOnNearCocircularPointsOfEveryScale) {
   KiroTest kiroTest;
   runIncircleFamilies(kiroTest, 4, 8000); // 9 families x 8000 x 3 rotations

@@ -21,6 +21,12 @@ bool exactLineIntersection(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Poin
 int compareLineDistance(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& p,
                         const KIRO_VASK2D::Point2& q);
 
+/** The exact circumcentre of a, b, c, each coordinate rounded by mpq_get_d; false for a collinear triangle. */
+bool exactCircumcentre(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
+                       KIRO_VASK2D::Point2& out);
+/** Twice the exact signed area of a, b, c, rounded by mpq_get_d. */
+double exactDoubleArea(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c);
+
 /** v moved by steps units in the last place (nextafter, either direction). */
 double ulpShift(double v, int steps);
 

@@ -9,6 +9,7 @@
 // triangles left.
 //
 // Usage: bench_removal [--quick] [--reps N] [--out FILE.md]
+#include "BenchCommon.h"
 #include "Vask_2D.h"
 #include "core/Dt2.h"
 #include <CGAL/Delaunay_triangulation_2.h>
@@ -17,21 +18,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <random>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
-
-#ifndef VASK2D_BENCH_FLAGS
-#define VASK2D_BENCH_FLAGS "see CMAKE_CXX_FLAGS of the build"
-#endif
 
 namespace {
 
@@ -116,37 +109,12 @@ Result measureCgal(const Case& c) {
   return r;
 }
 
-// Runs one measurement in a child process and returns what it measured.
-Result runInChild(const Case& c, bool bVask) {
-  int fds[2];
-  if (pipe(fds) != 0) std::exit(2);
-  const pid_t pid(fork());
-  if (pid == 0) {
-    close(fds[0]);
-    const Result r(bVask ? measureVask(c) : measureCgal(c));
-    if (write(fds[1], &r, sizeof(r)) != static_cast<ssize_t>(sizeof(r))) _exit(3);
-    close(fds[1]);
-    _exit(0);
-  }
-  close(fds[1]);
-  Result r;
-  const ssize_t got(read(fds[0], &r, sizeof(r)));
-  close(fds[0]);
-  int status(0);
-  waitpid(pid, &status, 0);
-  if (got != static_cast<ssize_t>(sizeof(r)) || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    std::cerr << "child failed for " << c.name << (bVask ? " (Vask2D)" : " (CGAL)") << std::endl;
-    std::exit(1);
-  }
-  return r;
-}
-
 // Best of reps, the two libraries taking turns so that a slow phase of the
 // shared machine does not fall on one of them only.
 void best(const Case& c, int reps, Result& v, Result& g) {
   for (int i = 0; i < reps; ++i) {
-    const Result rv(runInChild(c, true));
-    const Result rg(runInChild(c, false));
+    const Result rv(vask_bench::runInChild<Result>(c.name, true, [&c] { return measureVask(c); }));
+    const Result rg(vask_bench::runInChild<Result>(c.name, false, [&c] { return measureCgal(c); }));
     if (i == 0 || rv.seconds < v.seconds) v = rv;
     if (i == 0 || rg.seconds < g.seconds) g = rg;
   }
@@ -162,25 +130,13 @@ std::string resultsDir() {
   return dir;
 }
 
-std::string cpuModel() {
-  std::ifstream f("/proc/cpuinfo");
-  std::string line;
-  while (std::getline(f, line))
-    if (line.compare(0, 10, "model name") == 0) return line.substr(line.find(':') + 2);
-  return "unknown";
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-  bool bQuick(false);
-  int reps(3);
-  std::string outFile;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--quick") == 0) bQuick = true;
-    if (std::strcmp(argv[i], "--reps") == 0 && i + 1 < argc) reps = std::max(1, std::atoi(argv[++i]));
-    if (std::strcmp(argv[i], "--out") == 0 && i + 1 < argc) outFile = argv[++i];
-  }
+  const vask_bench::BenchArgs args(vask_bench::parseArgs(argc, argv));
+  const bool bQuick(args.bQuick);
+  const int reps(args.reps);
+  std::string outFile(args.outFile);
   if (outFile.empty()) outFile = resultsDir() + "/removal.md";
   std::vector<Case> vCases = {{"uniform 100k, remove 50%", 100000, 0.5},
                               {"uniform 1M, remove 50%", 1000000, 0.5},
@@ -188,9 +144,7 @@ int main(int argc, char** argv) {
   if (bQuick) vCases = {{"uniform 100k, remove 50%", 100000, 0.5}, {"uniform 1M, remove 50%", 1000000, 0.5}};
 
   std::ostringstream machine;
-  machine << "Machine: " << cpuModel() << ", " << sysconf(_SC_NPROCESSORS_ONLN) << " cores\n"
-          << "Compiler: g++ " << __VERSION__ << ", flags: " << VASK2D_BENCH_FLAGS << "\n"
-          << "Peer: CGAL " << CGAL_VERSION_STR
+  machine << vask_bench::machineAndCompiler() << "Peer: CGAL " << CGAL_VERSION_STR
           << " Delaunay_triangulation_2<Epick>::remove (vertex base with info for the handles)\n"
           << "Single thread; the same points, vertices and order for both; time of the removals only, best of "
           << reps << " runs, each in a forked child\n";
@@ -218,15 +172,5 @@ int main(int argc, char** argv) {
           << 1e6 * g.seconds / numRemoved << " |\n";
   }
   std::cout << "\n" << table.str();
-  std::ofstream md(outFile.c_str());
-  if (!md) {
-    std::cerr << outFile << ": can't open for writing" << std::endl;
-    return 1;
-  }
-  // Markdown line breaks: two spaces before each newline.
-  md << "# Vertex removal\n\n" << table.str() << "\n";
-  std::istringstream lines(machine.str());
-  for (std::string line; std::getline(lines, line);) md << line << "  \n";
-  std::cout << "\nwritten: " << outFile << std::endl;
-  return 0;
+  return vask_bench::writeMarkdown(outFile, "# Vertex removal\n\n" + table.str(), machine.str()) ? 0 : 1;
 }

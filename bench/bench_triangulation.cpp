@@ -9,6 +9,7 @@
 // the best of several runs; the memory is that of the first.
 //
 // Usage: bench_triangulation [--quick] [--reps N] [--out FILE.md]
+#include "BenchCommon.h"
 #include "Vask_2D.h"
 #include "core/Dt2.h"
 #include <CGAL/Delaunay_triangulation_2.h>
@@ -16,22 +17,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <random>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
-#ifndef VASK2D_BENCH_FLAGS
-#define VASK2D_BENCH_FLAGS "unknown"
-#endif
 #ifndef VASK2D_BENCH_RESULTS
 #define VASK2D_BENCH_RESULTS "triangulation.md"
 #endif
@@ -81,14 +74,6 @@ std::vector<std::pair<double, double> > makeCoordinates(const Case& c) {
   return v;
 }
 
-long readVmHWMkB() {
-  std::ifstream f("/proc/self/status");
-  std::string line;
-  while (std::getline(f, line))
-    if (line.compare(0, 6, "VmHWM:") == 0) return std::atol(line.c_str() + 6);
-  return -1;
-}
-
 struct Result {
   double seconds = 0.0;
   double peakMiB = 0.0;
@@ -96,57 +81,42 @@ struct Result {
   double exactShare = 0.0; // share of orientation calls that reached the rationals
 };
 
-// Runs one build in a child process and returns what it measured.
-Result runInChild(const Case& c, bool bVask) {
-  int fds[2];
-  if (pipe(fds) != 0) std::exit(2);
-  const pid_t pid(fork());
-  if (pid == 0) {
-    close(fds[0]);
-    Result r;
-    const std::vector<std::pair<double, double> > coords(makeCoordinates(c));
-    if (bVask) {
-      std::vector<KIRO_VASK2D::Point2> vPoints;
-      vPoints.reserve(coords.size());
-      for (const auto& xy : coords) vPoints.emplace_back(xy.first, xy.second);
-      const long base(readVmHWMkB());
-      const auto t0(std::chrono::steady_clock::now());
-      KIRO_VASK2D::Vask_2D dt;
-      dt.insert(vPoints);
-      const auto t1(std::chrono::steady_clock::now());
-      r.seconds = std::chrono::duration<double>(t1 - t0).count();
-      r.peakMiB = (readVmHWMkB() - base) / 1024.0;
-      r.numTriangles = dt.numberOfTriangles();
-      const KIRO_VASK2D::KiroTest::Counters& cnt(dt.getImpl()->getKiroTest().getCounters());
-      r.exactShare = static_cast<double>(cnt.orientExact + cnt.incircleExact);
-    } else {
-      std::vector<K::Point_2> vPoints;
-      vPoints.reserve(coords.size());
-      for (const auto& xy : coords) vPoints.emplace_back(xy.first, xy.second);
-      const long base(readVmHWMkB());
-      const auto t0(std::chrono::steady_clock::now());
-      CgalDt dt;
-      dt.insert(vPoints.begin(), vPoints.end());
-      const auto t1(std::chrono::steady_clock::now());
-      r.seconds = std::chrono::duration<double>(t1 - t0).count();
-      r.peakMiB = (readVmHWMkB() - base) / 1024.0;
-      r.numTriangles = dt.number_of_faces();
-    }
-    if (write(fds[1], &r, sizeof(r)) != static_cast<ssize_t>(sizeof(r))) _exit(3);
-    close(fds[1]);
-    _exit(0);
-  }
-  close(fds[1]);
+// One build of a case by one library, run inside a forked child.
+Result measure(const Case& c, bool bVask) {
   Result r;
-  const ssize_t got(read(fds[0], &r, sizeof(r)));
-  close(fds[0]);
-  int status(0);
-  waitpid(pid, &status, 0);
-  if (got != static_cast<ssize_t>(sizeof(r)) || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    std::cerr << "child failed for " << c.name << (bVask ? " (Vask2D)" : " (CGAL)") << std::endl;
-    std::exit(1);
+  const std::vector<std::pair<double, double> > coords(makeCoordinates(c));
+  if (bVask) {
+    std::vector<KIRO_VASK2D::Point2> vPoints;
+    vPoints.reserve(coords.size());
+    for (const auto& xy : coords) vPoints.emplace_back(xy.first, xy.second);
+    const long base(vask_bench::readVmHWMkB());
+    const auto t0(std::chrono::steady_clock::now());
+    KIRO_VASK2D::Vask_2D dt;
+    dt.insert(vPoints);
+    const auto t1(std::chrono::steady_clock::now());
+    r.seconds = std::chrono::duration<double>(t1 - t0).count();
+    r.peakMiB = (vask_bench::readVmHWMkB() - base) / 1024.0;
+    r.numTriangles = dt.numberOfTriangles();
+    const KIRO_VASK2D::KiroTest::Counters& cnt(dt.getImpl()->getKiroTest().getCounters());
+    r.exactShare = static_cast<double>(cnt.orientExact + cnt.incircleExact);
+  } else {
+    std::vector<K::Point_2> vPoints;
+    vPoints.reserve(coords.size());
+    for (const auto& xy : coords) vPoints.emplace_back(xy.first, xy.second);
+    const long base(vask_bench::readVmHWMkB());
+    const auto t0(std::chrono::steady_clock::now());
+    CgalDt dt;
+    dt.insert(vPoints.begin(), vPoints.end());
+    const auto t1(std::chrono::steady_clock::now());
+    r.seconds = std::chrono::duration<double>(t1 - t0).count();
+    r.peakMiB = (vask_bench::readVmHWMkB() - base) / 1024.0;
+    r.numTriangles = dt.number_of_faces();
   }
   return r;
+}
+
+Result runInChild(const Case& c, bool bVask) {
+  return vask_bench::runInChild<Result>(c.name, bVask, [&c, bVask] { return measure(c, bVask); });
 }
 
 Result best(const Case& c, bool bVask, int reps) {
@@ -155,25 +125,13 @@ Result best(const Case& c, bool bVask, int reps) {
   return first;
 }
 
-std::string cpuModel() {
-  std::ifstream f("/proc/cpuinfo");
-  std::string line;
-  while (std::getline(f, line))
-    if (line.compare(0, 10, "model name") == 0) return line.substr(line.find(':') + 2);
-  return "unknown";
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-  bool bQuick(false);
-  int reps(3);
-  std::string outFile(VASK2D_BENCH_RESULTS);
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--quick") == 0) bQuick = true;
-    if (std::strcmp(argv[i], "--reps") == 0 && i + 1 < argc) reps = std::max(1, std::atoi(argv[++i]));
-    if (std::strcmp(argv[i], "--out") == 0 && i + 1 < argc) outFile = argv[++i];
-  }
+  const vask_bench::BenchArgs args(vask_bench::parseArgs(argc, argv));
+  const bool bQuick(args.bQuick);
+  const int reps(args.reps);
+  const std::string outFile(args.outFile.empty() ? std::string(VASK2D_BENCH_RESULTS) : args.outFile);
   std::vector<Case> vCases = {{"uniform 100k", "uniform", 100000},
                               {"uniform 1M", "uniform", 1000000},
                               {"uniform 4M", "uniform", 4000000},
@@ -182,9 +140,7 @@ int main(int argc, char** argv) {
   if (bQuick) vCases = {{"uniform 100k", "uniform", 100000}, {"uniform 1M", "uniform", 1000000}};
 
   std::ostringstream machine;
-  machine << "Machine: " << cpuModel() << ", " << sysconf(_SC_NPROCESSORS_ONLN) << " cores\n"
-          << "Compiler: g++ " << __VERSION__ << ", flags: " << VASK2D_BENCH_FLAGS << "\n"
-          << "Peers: CGAL " << CGAL_VERSION_STR << " Delaunay_triangulation_2<Epick>, range insertion\n"
+  machine << vask_bench::machineAndCompiler() << "Peers: CGAL " << CGAL_VERSION_STR << " Delaunay_triangulation_2<Epick>, range insertion\n"
           << "Single thread; time = best of " << reps << " runs; peak = VmHWM growth of a forked child\n";
   std::cout << machine.str() << std::endl;
 
@@ -209,15 +165,5 @@ int main(int argc, char** argv) {
           << v.seconds / g.seconds << " | " << std::setprecision(1) << v.peakMiB << " | " << g.peakMiB << " | "
           << std::setprecision(3) << v.peakMiB / g.peakMiB << " |\n";
   }
-  std::ofstream md(outFile.c_str());
-  if (!md) {
-    std::cerr << outFile << ": can't open for writing" << std::endl;
-    return 1;
-  }
-  // Markdown line breaks: two spaces before each newline.
-  std::istringstream lines(machine.str());
-  md << table.str() << "\n";
-  for (std::string line; std::getline(lines, line);) md << line << "  \n";
-  std::cout << "\nwritten: " << outFile << std::endl;
-  return 0;
+  return vask_bench::writeMarkdown(outFile, table.str(), machine.str()) ? 0 : 1;
 }

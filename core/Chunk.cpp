@@ -1,6 +1,7 @@
 #include "core/Chunk.h"
 #include "TriangleAroundVertexIterator.h"
 #include "core/Dt2.h"
+#include "core/SplitOps.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
 #include <cfloat>
@@ -159,33 +160,18 @@ Triangle2* Chunk::localInsertVertex(VtxRecIt it, Triangle2* pCurTriangle) {
   // flipped away first thing, since the far triangle's circle holds every
   // inner point of the edge strictly.
   Triangle2* pResult(localInitVCheckT13(pCurTriangle, pVtx));
-  while (!vLocalCheckT.empty()) {
-    Triangle2* pT(vLocalCheckT.back());
-    Triangle2* pNeig(pT->getOppositeTriangle(0));
-    if (pNeig == nullptr) {
-      vLocalCheckT.pop_back();
-      continue;
-    }
-    CircleState2 state2;
-    if (bFastMode) {
-      const int cheap(kiroTest.circleInc3stateCheap(pNeig, pVtx));
-      // The zero-area triangle must go even where the filter is undecided.
-      if (cheap == 0 && kiroTest.getOrientation2(pT->getCorner(0), pT->getCorner(1), pT->getCorner(2)) ==
-                            ORIENTATION2_COLLINEAR) {
-        state2 = kiroTest.circleInc3state(pNeig, pVtx);
-      } else {
-        state2 = cheap == 0 ? CINC2_ZERO : static_cast<CircleState2>(cheap);
-      }
-    } else {
-      state2 = kiroTest.circleInc3state(pNeig, pVtx);
-    }
-    if (state2 != CINC2_INCIRCLE) {
-      vLocalCheckT.pop_back();
-      continue;
-    }
-    pDt2->flip(pT, 0);
-    vLocalCheckT.push_back(pNeig);
-  }
+  flipLinkEdges(
+      vLocalCheckT,
+      [this, pVtx](Triangle2* pT, Triangle2* pNeig) {
+        if (!bFastMode) return kiroTest.circleInc3state(pNeig, pVtx) == CINC2_INCIRCLE;
+        const int cheap(kiroTest.circleInc3stateCheap(pNeig, pVtx));
+        if (cheap != 0) return static_cast<CircleState2>(cheap) == CINC2_INCIRCLE;
+        // The zero-area triangle must go even where the filter is undecided.
+        if (kiroTest.getOrientation2(pT->getCorner(0), pT->getCorner(1), pT->getCorner(2)) != ORIENTATION2_COLLINEAR)
+          return false;
+        return kiroTest.circleInc3state(pNeig, pVtx) == CINC2_INCIRCLE;
+      },
+      [this](Triangle2* pT) { pDt2->flip(pT, 0); });
   return pResult;
 }
 
@@ -243,30 +229,11 @@ Triangle2* Chunk::localCreateTriangle(Point2* p0, Point2* p1, Point2* p2) {
   return pT;
 }
 
-// As Dt2::initVCheckT13, on the chunk's own stack and triangle supply.
+// Contract and sketch: splitTriangle13, on the chunk's own stack and
+// triangle supply.
 Triangle2* Chunk::localInitVCheckT13(Triangle2* pT, Point2* pVtx) {
-  VASK_ASSERT(vLocalCheckT.empty());
-  Point2* a(pT->getCorner(0));
-  Point2* b(pT->getCorner(1));
-  Point2* c(pT->getCorner(2));
-  Triangle2* pNa(pT->getOppositeTriangle(0));
-  Triangle2* pNb(pT->getOppositeTriangle(1));
-  Triangle2* pNc(pT->getOppositeTriangle(2));
-  Triangle2* pN1(localCreateTriangle(pVtx, b, c));
-  Triangle2* pN2(localCreateTriangle(pVtx, c, a));
-  pT->setPropertiesAndOppT(pVtx, a, b, pNc, pN1, pN2);
-  pN1->setOppTriangle(0, pNa);
-  pN1->setOppTriangle(1, pN2);
-  pN1->setOppTriangle(2, pT);
-  pN2->setOppTriangle(0, pNb);
-  pN2->setOppTriangle(1, pT);
-  pN2->setOppTriangle(2, pN1);
-  if (pNa != nullptr) pNa->setOppTriangle(pNa->getIntraTriangleIndex(pT), pN1);
-  if (pNb != nullptr) pNb->setOppTriangle(pNb->getIntraTriangleIndex(pT), pN2);
-  if (pNc != nullptr) vLocalCheckT.push_back(pT);
-  if (pNa != nullptr) vLocalCheckT.push_back(pN1);
-  if (pNb != nullptr) vLocalCheckT.push_back(pN2);
-  return pT;
+  return splitTriangle13(
+      pT, pVtx, [this](Point2* p0, Point2* p1, Point2* p2) { return localCreateTriangle(p0, p1, p2); }, vLocalCheckT);
 }
 
 } // namespace KIRO_VASK2D

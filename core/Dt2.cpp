@@ -1,5 +1,6 @@
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
+#include "core/SplitOps.h"
 #include "TriangleAroundVertexIterator.h"
 #include "support/Histogram.h"
 #include "support/Log.h"
@@ -147,21 +148,12 @@ Triangle2* Dt2::insertVertex(Point2* pVtx, Triangle2* pStart) {
   if (state >= 0) return triangulateCoplanarOrDuplicate(pVtx, pCurTriangle, state);
 
   Triangle2* pResult(edgeIdx >= 0 ? initVCheckT24(pCurTriangle, pVtx, edgeIdx) : initVCheckT13(pCurTriangle, pVtx));
-  // The stack holds triangles with pVtx at corner 0; edge 0 is the link edge.
-  // A flip replaces T and N by two triangles that again have pVtx at corner
-  // 0, so T stays and N is pushed: both new link edges get tested.
-  while (!vCheckT.empty()) {
-    Triangle2* pT(vCheckT.back());
-    Triangle2* pNeig(pT->getOppositeTriangle(0));
-    if (pNeig == nullptr || flipTest(pNeig, pVtx) != CINC2_INCIRCLE) {
-      vCheckT.pop_back();
-      continue;
-    }
-    // An edge that carries a constraint segment is never flipped; that test
-    // belongs here, after the in-circle test.
-    flip(pT, 0);
-    vCheckT.push_back(pNeig);
-  }
+  flipLinkEdges(
+      vCheckT,
+      // An edge that carries a constraint segment is never flipped; that
+      // test belongs in this predicate, after the in-circle test.
+      [this, pVtx](Triangle2*, Triangle2* pNeig) { return flipTest(pNeig, pVtx) == CINC2_INCIRCLE; },
+      [this](Triangle2* pT) { flip(pT, 0); });
   return pResult;
 }
 
@@ -282,39 +274,11 @@ void Dt2::linkPair(Triangle2* pT, int i, Triangle2* pN, int j) {
   pN->setOppTriangle(j, pT);
 }
 
-/* Contract: p lies strictly inside pT; vCheckT is empty. pT becomes three
-   triangles with p at corner 0; those with an outer neighbour are pushed.
-
-              c                       c
-             / \                    / | \
-        Nb  /   \  Na         N2   /  |  \  N1
-           /     \      ->        / N2|N1 \
-          a-------b              a----p----b     T = (p,a,b)
-             Nc                   T   Nc
-*/
+// Contract and sketch: splitTriangle13, on the triangulation's own stack and
+// triangle supply.
 Triangle2* Dt2::initVCheckT13(Triangle2* pT, Point2* pVtx) {
-  VASK_ASSERT(vCheckT.empty());
-  Point2* a(pT->getCorner(0));
-  Point2* b(pT->getCorner(1));
-  Point2* c(pT->getCorner(2));
-  Triangle2* pNa(pT->getOppositeTriangle(0));
-  Triangle2* pNb(pT->getOppositeTriangle(1));
-  Triangle2* pNc(pT->getOppositeTriangle(2));
-  Triangle2* pN1(createTriangle(pVtx, b, c));
-  Triangle2* pN2(createTriangle(pVtx, c, a));
-  pT->setPropertiesAndOppT(pVtx, a, b, pNc, pN1, pN2);
-  pN1->setOppTriangle(0, pNa);
-  pN1->setOppTriangle(1, pN2);
-  pN1->setOppTriangle(2, pT);
-  pN2->setOppTriangle(0, pNb);
-  pN2->setOppTriangle(1, pT);
-  pN2->setOppTriangle(2, pN1);
-  if (pNa != nullptr) pNa->setOppTriangle(pNa->getIntraTriangleIndex(pT), pN1);
-  if (pNb != nullptr) pNb->setOppTriangle(pNb->getIntraTriangleIndex(pT), pN2);
-  if (pNc != nullptr) vCheckT.push_back(pT);
-  if (pNa != nullptr) vCheckT.push_back(pN1);
-  if (pNb != nullptr) vCheckT.push_back(pN2);
-  return pT;
+  return splitTriangle13(
+      pT, pVtx, [this](Point2* p0, Point2* p1, Point2* p2) { return createTriangle(p0, p1, p2); }, vCheckT);
 }
 
 /* Contract: p lies on the inner edge ith of pT, strictly between its ends;

@@ -14,12 +14,6 @@
 using namespace KIRO_VASK2D;
 using vask_test::validate;
 
-#define EXPECT_VALID(dt)                                                   \
-  do {                                                                     \
-    const vask_test::Validation v_(validate(dt));                          \
-    EXPECT_TRUE(v_.ok) << v_.firstError << " (" << v_.numErrors << ")";    \
-  } while (0)
-
 namespace {
 
 // Triangles of points in general position: 2 n - 2 - h, h counted on the

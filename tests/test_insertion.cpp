@@ -13,12 +13,6 @@
 using namespace KIRO_VASK2D;
 using vask_test::validate;
 
-#define EXPECT_VALID(dt)                                                   \
-  do {                                                                     \
-    const vask_test::Validation v_(validate(dt));                          \
-    EXPECT_TRUE(v_.ok) << v_.firstError << " (" << v_.numErrors << ")";    \
-  } while (0)
-
 TEST(Insertion, NewTriangulationIsEmpty) {
   Vask_2D dt;
   EXPECT_EQ(dt.numberOfPoints(), 0u);

@@ -17,14 +17,13 @@ using namespace KIRO_VASK2D;
 using vask_test::compareLineDistance;
 using vask_test::exactLineIntersection;
 using vask_test::exactOrientationSign;
+using vask_test::INF;
+using vask_test::NaN;
 using vask_test::randomMagnitude;
+using vask_test::uniform;
 using vask_test::ulpShift;
 
 namespace {
-const double NaN(std::numeric_limits<double>::quiet_NaN());
-const double INF(std::numeric_limits<double>::infinity());
-
-double uniform(std::mt19937_64& gen, double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(gen); }
 
 /** |a - b| in units of the last place of the larger magnitude. */
 double ulpDistance(double a, double b) {

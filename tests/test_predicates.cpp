@@ -22,13 +22,13 @@
 using namespace KIRO_VASK2D;
 using vask_test::exactIncircleSign;
 using vask_test::exactOrientationSign;
+using vask_test::INF;
+using vask_test::NaN;
 using vask_test::randomMagnitude;
+using vask_test::uniform;
 using vask_test::ulpShift;
 
 namespace {
-
-const double NaN(std::numeric_limits<double>::quiet_NaN());
-const double INF(std::numeric_limits<double>::infinity());
 
 Orientation2 orientationOfSign(int sign) {
   return sign > 0 ? ORIENTATION2_CCW : (sign < 0 ? ORIENTATION2_CW : ORIENTATION2_COLLINEAR);
@@ -47,7 +47,6 @@ struct Quad {
   Point2 a, b, c, d; // a, b, c counter-clockwise; d the query
 };
 
-double uniform(std::mt19937_64& gen, double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(gen); }
 int smallShift(std::mt19937_64& gen) { return std::uniform_int_distribution<int>(-3, 3)(gen); }
 bool isFinitePoint(const Point2& p) { return std::isfinite(p.x()) && std::isfinite(p.y()); }
 

@@ -5,7 +5,7 @@
 #include "Predicates2.h"
 #include "Triangle2.h"
 #include "VaskException.h"
-#include <gmp.h>
+#include "helpers/ExactOracle.h"
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -15,6 +15,8 @@
 #include <string>
 
 using namespace KIRO_VASK2D;
+using vask_test::exactCircumcentre;
+using vask_test::exactDoubleArea;
 
 namespace {
 
@@ -37,68 +39,6 @@ struct Tri {
   Tri(const Tri&) = delete;
   Tri& operator=(const Tri&) = delete;
 };
-
-/** A GMP rational with value semantics, enough for the oracle. */
-class Q {
-public:
-  Q() { mpq_init(v); }
-  explicit Q(double d) {
-    mpq_init(v);
-    mpq_set_d(v, d);
-  }
-  Q(const Q& o) {
-    mpq_init(v);
-    mpq_set(v, o.v);
-  }
-  Q& operator=(const Q& o) {
-    mpq_set(v, o.v);
-    return *this;
-  }
-  ~Q() { mpq_clear(v); }
-  friend Q operator+(const Q& a, const Q& b) {
-    Q r;
-    mpq_add(r.v, a.v, b.v);
-    return r;
-  }
-  friend Q operator-(const Q& a, const Q& b) {
-    Q r;
-    mpq_sub(r.v, a.v, b.v);
-    return r;
-  }
-  friend Q operator*(const Q& a, const Q& b) {
-    Q r;
-    mpq_mul(r.v, a.v, b.v);
-    return r;
-  }
-  friend Q operator/(const Q& a, const Q& b) {
-    Q r;
-    mpq_div(r.v, a.v, b.v);
-    return r;
-  }
-  int sign() const { return mpq_sgn(v); }
-  double toDouble() const { return mpq_get_d(v); }
-
-private:
-  mpq_t v;
-};
-
-/** The exact circumcentre, rounded to doubles; false for a collinear triangle. */
-bool exactCircumcentre(const Point2& a, const Point2& b, const Point2& c, Point2& out) {
-  const Q ax(a.x()), ay(a.y()), bx(b.x()), by(b.y()), cx(c.x()), cy(c.y());
-  const Q d(Q(2.0) * (ax * (by - cy) + bx * (cy - ay) + cx * (ay - by)));
-  if (d.sign() == 0) return false;
-  const Q sa(ax * ax + ay * ay), sb(bx * bx + by * by), sc(cx * cx + cy * cy);
-  const Q ux((sa * (by - cy) + sb * (cy - ay) + sc * (ay - by)) / d);
-  const Q uy((sa * (cx - bx) + sb * (ax - cx) + sc * (bx - ax)) / d);
-  out = Point2(ux.toDouble(), uy.toDouble());
-  return true;
-}
-
-/** Twice the exact signed area, rounded. */
-double exactDoubleArea(const Point2& a, const Point2& b, const Point2& c) {
-  const Q ax(a.x()), ay(a.y()), bx(b.x()), by(b.y()), cx(c.x()), cy(c.y());
-  return ((bx - ax) * (cy - ay) - (by - ay) * (cx - ax)).toDouble();
-}
 
 double ulp(double v) {
   return std::nextafter(std::fabs(v), 1e308) - std::fabs(v);

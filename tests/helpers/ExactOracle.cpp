@@ -95,6 +95,23 @@ int compareLineDistance(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2&
   return cmp < 0 ? -1 : (cmp > 0 ? 1 : 0);
 }
 
+bool exactCircumcentre(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
+                       KIRO_VASK2D::Point2& out) {
+  const Q ax(a.x()), ay(a.y()), bx(b.x()), by(b.y()), cx(c.x()), cy(c.y());
+  const Q d(Q(2.0) * (ax * (by - cy) + bx * (cy - ay) + cx * (ay - by)));
+  if (d.sign() == 0) return false;
+  const Q sa(ax * ax + ay * ay), sb(bx * bx + by * by), sc(cx * cx + cy * cy);
+  const Q ux((sa * (by - cy) + sb * (cy - ay) + sc * (ay - by)) / d);
+  const Q uy((sa * (cx - bx) + sb * (ax - cx) + sc * (bx - ax)) / d);
+  out = KIRO_VASK2D::Point2(ux.toDouble(), uy.toDouble());
+  return true;
+}
+
+double exactDoubleArea(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c) {
+  const Q ax(a.x()), ay(a.y()), bx(b.x()), by(b.y()), cx(c.x()), cy(c.y());
+  return ((bx - ax) * (cy - ay) - (by - ay) * (cx - ax)).toDouble();
+}
+
 double ulpShift(double v, int steps) {
   const double target(steps > 0 ? HUGE_VAL : -HUGE_VAL);
   for (int i = 0; i < std::abs(steps); ++i) v = std::nextafter(v, target);

@@ -3,6 +3,7 @@
 // library: GMP rationals, other expansion orders, no filter. Plus generators
 // of near-degenerate input.
 #include "Point2.h"
+#include <limits>
 #include <random>
 
 namespace vask_test {
@@ -21,8 +22,22 @@ bool exactLineIntersection(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Poin
 int compareLineDistance(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& p,
                         const KIRO_VASK2D::Point2& q);
 
+/** The exact circumcentre of a, b, c, each coordinate rounded by mpq_get_d; false for a collinear triangle. */
+bool exactCircumcentre(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
+                       KIRO_VASK2D::Point2& out);
+/** Twice the exact signed area of a, b, c, rounded by mpq_get_d. */
+double exactDoubleArea(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c);
+
 /** v moved by steps units in the last place (nextafter, either direction). */
 double ulpShift(double v, int steps);
+
+const double NaN(std::numeric_limits<double>::quiet_NaN());
+const double INF(std::numeric_limits<double>::infinity());
+
+/** A uniformly random double in [lo, hi). */
+inline double uniform(std::mt19937_64& gen, double lo, double hi) {
+  return std::uniform_real_distribution<double>(lo, hi)(gen);
+}
 
 /** A random double with uniformly random binary exponent in [minExp, maxExp] and random sign. */
 double randomMagnitude(std::mt19937_64& gen, int minExp, int maxExp);

@@ -59,3 +59,11 @@ typedef std::array<double, 6> CanonicalTriangle;
 std::vector<CanonicalTriangle> canonicalTriangles(KIRO_VASK2D::Vask_2D& dt);
 
 } // namespace vask_test
+
+/** A GoogleTest expectation that the whole triangulation dt passes validate(),
+ * with the first error and the error count as its message. */
+#define EXPECT_VALID(dt)                                                   \
+  do {                                                                     \
+    const vask_test::Validation v_(vask_test::validate(dt));               \
+    EXPECT_TRUE(v_.ok) << v_.firstError << " (" << v_.numErrors << ")";    \
+  } while (0)

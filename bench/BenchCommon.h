@@ -1,0 +1,112 @@
+#pragma once
+// What the benchmarks against CGAL share: their command line, the machine
+// and compiler lines they print, the forked child that keeps the two
+// libraries off one heap, the peak resident size, and the markdown file.
+// Header-only, so that every bench_*.cpp stays one executable.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <type_traits>
+#include <unistd.h>
+
+#ifndef VASK2D_BENCH_FLAGS
+#define VASK2D_BENCH_FLAGS "see CMAKE_CXX_FLAGS of the build"
+#endif
+
+namespace vask_bench {
+
+/** The options every benchmark takes: [--quick] [--reps N] [--out FILE.md].
+ * outFile stays empty when --out is not given. */
+struct BenchArgs {
+  bool bQuick = false;
+  int reps = 3;
+  std::string outFile;
+};
+
+inline BenchArgs parseArgs(int argc, char** argv) {
+  BenchArgs args;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--quick") == 0) args.bQuick = true;
+    if (std::strcmp(argv[i], "--reps") == 0 && i + 1 < argc) args.reps = std::max(1, std::atoi(argv[++i]));
+    if (std::strcmp(argv[i], "--out") == 0 && i + 1 < argc) args.outFile = argv[++i];
+  }
+  return args;
+}
+
+inline std::string cpuModel() {
+  std::ifstream f("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(f, line))
+    if (line.compare(0, 10, "model name") == 0) return line.substr(line.find(':') + 2);
+  return "unknown";
+}
+
+/** The lines "Machine: ..." and "Compiler: ..." of a result, each ending in a newline. */
+inline std::string machineAndCompiler() {
+  std::ostringstream s;
+  s << "Machine: " << cpuModel() << ", " << sysconf(_SC_NPROCESSORS_ONLN) << " cores\n"
+    << "Compiler: g++ " << __VERSION__ << ", flags: " << VASK2D_BENCH_FLAGS << "\n";
+  return s.str();
+}
+
+/** Peak resident size of this process in kB (VmHWM), -1 where unknown. */
+inline long readVmHWMkB() {
+  std::ifstream f("/proc/self/status");
+  std::string line;
+  while (std::getline(f, line))
+    if (line.compare(0, 6, "VmHWM:") == 0) return std::atol(line.c_str() + 6);
+  return -1;
+}
+
+/** Runs measure() in a forked child and returns its Result, which crosses
+ * the pipe as raw bytes and so must be trivially copyable. A failed child
+ * ends the benchmark with a message naming the case and the library. */
+template <class Result, class Measure>
+Result runInChild(const std::string& caseName, bool bVask, Measure measure) {
+  static_assert(std::is_trivially_copyable<Result>::value, "Result crosses a pipe as bytes");
+  int fds[2];
+  if (pipe(fds) != 0) std::exit(2);
+  const pid_t pid(fork());
+  if (pid == 0) {
+    close(fds[0]);
+    const Result r(measure());
+    if (write(fds[1], &r, sizeof(r)) != static_cast<ssize_t>(sizeof(r))) _exit(3);
+    close(fds[1]);
+    _exit(0);
+  }
+  close(fds[1]);
+  Result r;
+  const ssize_t got(read(fds[0], &r, sizeof(r)));
+  close(fds[0]);
+  int status(0);
+  waitpid(pid, &status, 0);
+  if (got != static_cast<ssize_t>(sizeof(r)) || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    std::cerr << "child failed for " << caseName << (bVask ? " (Vask2D)" : " (CGAL)") << std::endl;
+    std::exit(1);
+  }
+  return r;
+}
+
+/** Writes body, an empty line and the notes to outFile, the notes with
+ * markdown line breaks (two spaces before each newline). False, with a
+ * message, where the file can't be opened. */
+inline bool writeMarkdown(const std::string& outFile, const std::string& body, const std::string& notes) {
+  std::ofstream md(outFile.c_str());
+  if (!md) {
+    std::cerr << outFile << ": can't open for writing" << std::endl;
+    return false;
+  }
+  md << body << "\n";
+  std::istringstream lines(notes);
+  for (std::string line; std::getline(lines, line);) md << line << "  \n";
+  std::cout << "\nwritten: " << outFile << std::endl;
+  return true;
+}
+
+} // namespace vask_bench

@@ -327,7 +327,7 @@ size_t VertexVault::bisect(uint32_t idx) const {
   size_t lo(0), hi(numSorted - 1);
   while (lo != hi) {
     const size_t mid((lo + hi) / 2);
-    if (idx <= vSortedIdx[mid]) {
+    if (idx <= vIdxVtxAct[mid]->idx) {
       hi = mid;
     } else {
       lo = (lo == mid) ? mid + 1 : mid;
@@ -517,8 +517,6 @@ void VertexVault::rebuild(bool bLazy) {
   }
   numSorted = vIdxVtxAct.size();
   numActive = numSorted;
-  vSortedIdx.resize(numSorted);
-  for (size_t i = 0; i < numSorted; ++i) vSortedIdx[i] = vIdxVtxAct[i]->idx;
 }
 
 void VertexVault::reindex() {

@@ -102,10 +102,6 @@ private:
 
   std::vector<IdxVtxAct*> vIdxVtxAct;
   size_t numSorted;
-  // The keys of the sorted part, in its order. The bisection reads one
-  // dense array instead of a record behind each pointer: half the cache
-  // misses, and its upper levels stay in the cache.
-  std::vector<uint32_t> vSortedIdx;
   Dt2* pDt2;
   SimplePool<IdxVtxAct> recordPool;
   mutable PoolIndex<IdxVtxAct> recordPoolIndex;

@@ -307,6 +307,12 @@ Triangle2* Dt2::initVCheckT24(Triangle2* pT, Point2* pVtx, int ith) {
   Triangle2* pTi2(pT->getOppositeTriangle(i2));
   Triangle2* pNj1(pN->getOppositeTriangle(j1));
   Triangle2* pNj2(pN->getOppositeTriangle(j2));
+  // Back indices are read before any slot is written: one outer triangle
+  // may border both T and N (B or C of degree 3), and once one of its slots
+  // is relinked a later search by pointer would find the wrong one.
+  const int kTi2(pTi2 != nullptr ? pTi2->getIntraTriangleIndex(pT) : -1);
+  const int kNj1(pNj1 != nullptr ? pNj1->getIntraTriangleIndex(pN) : -1);
+  const int kNj2(pNj2 != nullptr ? pNj2->getIntraTriangleIndex(pN) : -1);
   Triangle2* pN1(createTriangle(pVtx, B, D));
   Triangle2* pN2(createTriangle(pVtx, D, C));
   pT->setPropertiesAndOppT(pVtx, C, A, pTi1, pN, pN2);
@@ -317,9 +323,9 @@ Triangle2* Dt2::initVCheckT24(Triangle2* pT, Point2* pVtx, int ith) {
   pN2->setOppTriangle(0, pNj2);
   pN2->setOppTriangle(1, pT);
   pN2->setOppTriangle(2, pN1);
-  if (pTi2 != nullptr) pTi2->setOppTriangle(pTi2->getIntraTriangleIndex(pT), pN);
-  if (pNj1 != nullptr) pNj1->setOppTriangle(pNj1->getIntraTriangleIndex(pN), pN1);
-  if (pNj2 != nullptr) pNj2->setOppTriangle(pNj2->getIntraTriangleIndex(pN), pN2);
+  if (pTi2 != nullptr) pTi2->setOppTriangle(kTi2, pN);
+  if (pNj1 != nullptr) pNj1->setOppTriangle(kNj1, pN1);
+  if (pNj2 != nullptr) pNj2->setOppTriangle(kNj2, pN2);
   if (pTi1 != nullptr) vCheckT.push_back(pT);
   if (pTi2 != nullptr) vCheckT.push_back(pN);
   if (pNj1 != nullptr) vCheckT.push_back(pN1);

@@ -2,6 +2,7 @@
 #include "TriangleAroundVertexIterator.h"
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
+#include "kiro_tools/HC2.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
@@ -46,6 +47,63 @@ void radixSortKeys(uint64_t* aData, size_t n) {
 }
 
 bool recordLess(const IdxVtxAct* a, const IdxVtxAct* b) { return *a < *b; }
+
+// Orders every run of equal keys in the sorted (key << 32 | position) pairs
+// along a Hilbert curve over the run's own bounds, and so on recursively.
+// The key's box must hold all the data, so one far point (or clusters far
+// apart) can put most points into one cell; inserted in arbitrary order
+// they would make every walk long. A run's records keep their key: only
+// their order changes, and records with equal keys stand in no defined
+// order anyway. A run whose points all fall into one cell of their own box
+// consists of equal points (or of a range no cell size can split) and ends
+// the recursion, so each level works on fewer points than the last.
+template <class XY> void orderEqualKeyRuns(uint64_t* aPairs, size_t n, XY xy) {
+  const size_t MIN_RUN(8);
+  for (size_t begin = 0; begin < n;) {
+    const uint64_t key(aPairs[begin] >> 32);
+    size_t end(begin + 1);
+    while (end < n && (aPairs[end] >> 32) == key) ++end;
+    if (end - begin >= MIN_RUN) {
+      uint64_t* aRun(aPairs + begin);
+      const size_t m(end - begin);
+      double minX(DBL_MAX), minY(DBL_MAX), maxX(-DBL_MAX), maxY(-DBL_MAX);
+      for (size_t i = 0; i < m; ++i) {
+        double x, y;
+        xy(static_cast<uint32_t>(aRun[i]), x, y);
+        minX = std::min(minX, x);
+        maxX = std::max(maxX, x);
+        minY = std::min(minY, y);
+        maxY = std::max(maxY, y);
+      }
+      // Square cells: the curve's locality needs equal steps in both axes.
+      const double range(std::max(maxX - minX, maxY - minY));
+      if (range > 0.0) {
+        const HC2 curve(minX, minY, minX + range, minY + range, 30);
+        uint32_t firstSub(0);
+        bool bSplit(false);
+        for (size_t i = 0; i < m; ++i) {
+          double x, y;
+          const uint32_t pos(static_cast<uint32_t>(aRun[i]));
+          xy(pos, x, y);
+          const uint32_t sub(curve.getKey(x, y));
+          if (i == 0) firstSub = sub;
+          bSplit = bSplit || sub != firstSub;
+          aRun[i] = (uint64_t(sub) << 32) | pos;
+        }
+        if (bSplit) {
+          if (m >= 256) {
+            radixSortKeys(aRun, m);
+          } else {
+            std::sort(aRun, aRun + m);
+          }
+          orderEqualKeyRuns(aRun, m, xy);
+        }
+        for (size_t i = 0; i < m; ++i) aRun[i] = (key << 32) | (aRun[i] & 0xffffffffu);
+      }
+    }
+    begin = end;
+  }
+}
 
 // The pivot of a range: the mean key of about 100 items sampled with stride
 // length/100 - 1 from its start; with stride 0 the first item's key.
@@ -156,6 +214,10 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
     computeKeys(0, n);
   }
   sortPairs(vPairs);
+  orderEqualKeyRuns(vPairs.data(), n, [&](uint32_t pos, double& x, double& y) {
+    x = vInputPoints[pos].x();
+    y = vInputPoints[pos].y();
+  });
   vIdxVtxAct.resize(firstPos + n);
   if (!bParallel) {
     // The gather from the input is the one random access of the batch: fetch
@@ -198,6 +260,10 @@ void VertexVault::addVertices(unsigned numPoints, const double* aCoordinates, Po
   for (size_t i = 0; i < n; ++i)
     vPairs[i] = (uint64_t(pDt2->getHilbertIndex(aCoordinates[2 * i], aCoordinates[2 * i + 1])) << 32) | uint64_t(i);
   sortPairs(vPairs);
+  orderEqualKeyRuns(vPairs.data(), n, [&](uint32_t pos, double& x, double& y) {
+    x = aCoordinates[2 * size_t(pos)];
+    y = aCoordinates[2 * size_t(pos) + 1];
+  });
   vIdxVtxAct.resize(firstPos + n);
   for (size_t k = 0; k < n; ++k) {
     const size_t pos(static_cast<uint32_t>(vPairs[k]));

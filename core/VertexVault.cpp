@@ -6,6 +6,7 @@
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
+#include <cstring>
 #include <cfloat>
 #include <cmath>
 #include <iostream>
@@ -141,7 +142,8 @@ template <class T, class Key> void splitFourWays(T* aData, size_t n, Key key, si
 } // namespace
 
 VertexVault::VertexVault(Dt2* pDt2_)
-    : bFullDimensional(false), numSorted(0), pDt2(pDt2_), numRemoved(0), numActive(0) {
+    : bFullDimensional(false), numSorted(0), pDt2(pDt2_), numRemoved(0), numActive(0), numLineHash(0),
+      bLineIndexValid(false), pLineA(nullptr), pLineB(nullptr) {
   recordPool.init(3, -1);
 }
 
@@ -161,6 +163,140 @@ void VertexVault::addVertex(uint32_t idx, Point2* pVtx) {
   VASK_ASSERT(pVtx != NULL);
   vIdxVtxAct.push_back(newRecord(idx, pVtx));
   ++numActive;
+  dropLineIndex();
+}
+
+// A vertex and a record taken together: a reused pair comes from one
+// duplicate, a fresh pair from the two pools at the same position, which
+// keeps the record findable from the vertex's pool position.
+void VertexVault::takeVertexAndRecord(Point2*& pVtx, IdxVtxAct*& pRec) {
+  if (!vFreeRecords.empty()) {
+    pRec = vFreeRecords.back();
+    vFreeRecords.pop_back();
+    pVtx = pRec->pVtx;
+    return;
+  }
+  pVtx = pDt2->newVertex();
+  pRec = recordPool.get();
+}
+
+Point2* VertexVault::addNewVertex(const Point2& p, uint32_t idx) {
+  Point2* pVtx(nullptr);
+  IdxVtxAct* pRec(nullptr);
+  takeVertexAndRecord(pVtx, pRec);
+  pVtx = new (pVtx) Point2(p);
+  pRec->idx = idx;
+  pRec->bActive = true;
+  pRec->pVtx = pVtx;
+  vIdxVtxAct.push_back(pRec);
+  ++numActive;
+  if (bLineIndexValid) {
+    hashInsert(pVtx);
+    if (pLineA == nullptr) {
+      pLineA = pVtx;
+    } else if (pLineB == nullptr && *pVtx != *pLineA) {
+      pLineB = pVtx;
+    }
+  }
+  return pVtx;
+}
+
+// The record of a duplicate that has been settled (inactive, its handles
+// replaced): it and its vertex wait for the next new vertex. The caller
+// takes the record out of vIdxVtxAct.
+void VertexVault::releaseDuplicate(IdxVtxAct* pRec) {
+  pRec->bActive = false;
+  pRec->pVtx->setIncidentTriangle(nullptr);
+  vFreeRecords.push_back(pRec);
+}
+
+size_t VertexVault::numberOfRecordsTaken() const {
+  size_t num(0);
+  for (int i = 0; i < recordPool.getNumContainers(); ++i) {
+    int numUsed(0);
+    recordPool.getContainer(i, numUsed);
+    num += static_cast<size_t>(numUsed);
+  }
+  return num;
+}
+
+// ---------------------------------------------------------------------------
+// The collinear state
+
+namespace {
+
+size_t coordinateHash(const Point2& p) {
+  // -0.0 == 0.0 as coordinates, so both hash as +0.
+  const double x(p.x() == 0.0 ? 0.0 : p.x()), y(p.y() == 0.0 ? 0.0 : p.y());
+  uint64_t bx, by;
+  std::memcpy(&bx, &x, sizeof(bx));
+  std::memcpy(&by, &y, sizeof(by));
+  // Coordinates often differ in their high bits only (small integers):
+  // the finaliser of MurmurHash3 brings every bit down to the slot bits.
+  uint64_t h(bx ^ ((by << 31) | (by >> 33)) ^ (by * 0x9e3779b97f4a7c15ull));
+  h ^= h >> 33;
+  h *= 0xff51afd7ed558ccdull;
+  h ^= h >> 33;
+  h *= 0xc4ceb9fe1a85ec53ull;
+  h ^= h >> 33;
+  return static_cast<size_t>(h);
+}
+
+} // namespace
+
+void VertexVault::hashInsert(Point2* pVtx) {
+  if (2 * (numLineHash + 1) > vLineHash.size()) {
+    std::vector<Point2*> vOld;
+    vOld.swap(vLineHash);
+    vLineHash.assign(std::max<size_t>(64, 2 * vOld.size()), nullptr);
+    numLineHash = 0;
+    for (Point2* pOld : vOld)
+      if (pOld != nullptr) hashInsert(pOld);
+  }
+  const size_t mask(vLineHash.size() - 1);
+  size_t slot(coordinateHash(*pVtx) & mask);
+  while (vLineHash[slot] != nullptr) slot = (slot + 1) & mask;
+  vLineHash[slot] = pVtx;
+  ++numLineHash;
+}
+
+void VertexVault::buildLineIndex() {
+  dropLineIndex();
+  bLineIndexValid = true;
+  for (IdxVtxAct* pRec : vIdxVtxAct) {
+    if (!pRec->bActive) continue;
+    hashInsert(pRec->pVtx);
+    if (pLineA == nullptr) {
+      pLineA = pRec->pVtx;
+    } else if (pLineB == nullptr && *pRec->pVtx != *pLineA) {
+      pLineB = pRec->pVtx;
+    }
+  }
+}
+
+void VertexVault::dropLineIndex() {
+  if (!bLineIndexValid) return;
+  bLineIndexValid = false;
+  std::vector<Point2*>().swap(vLineHash);
+  numLineHash = 0;
+  pLineA = pLineB = nullptr;
+}
+
+Point2* VertexVault::findCollinearDuplicate(const Point2& p) {
+  VASK_ASSERT(!bFullDimensional);
+  if (!bLineIndexValid) buildLineIndex();
+  if (vLineHash.empty()) return nullptr;
+  const size_t mask(vLineHash.size() - 1);
+  for (size_t slot = coordinateHash(p) & mask; vLineHash[slot] != nullptr; slot = (slot + 1) & mask)
+    if (*vLineHash[slot] == p) return vLineHash[slot];
+  return nullptr;
+}
+
+bool VertexVault::leavesLine(const Point2* pNew) {
+  VASK_ASSERT(!bFullDimensional);
+  if (!bLineIndexValid) buildLineIndex();
+  if (pLineA == nullptr || pLineB == nullptr) return false;
+  return pDt2->getKiroTest().getOrientation2(pLineA, pLineB, pNew) != ORIENTATION2_COLLINEAR;
 }
 
 // Sorts (key << 32 | input position) words by key. More than three workers
@@ -197,6 +333,7 @@ void VertexVault::sortRecords(VtxRecIt first, VtxRecIt last) const {
 // Records are appended in curve order while handles stay in input order.
 void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles,
                               size_t& firstPos) {
+  dropLineIndex();
   firstPos = vIdxVtxAct.size();
   const size_t n(vInputPoints.size());
   if (pVHandles != nullptr) pVHandles->assign(n, nullptr);
@@ -226,17 +363,20 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
     for (size_t k = 0; k < n; ++k) {
       if (k + AHEAD < n) __builtin_prefetch(&vInputPoints[static_cast<uint32_t>(vPairs[k + AHEAD])]);
       const size_t pos(static_cast<uint32_t>(vPairs[k]));
-      Point2* pVtx(new (pDt2->newVertex()) Point2(vInputPoints[pos]));
-      vIdxVtxAct[firstPos + k] = newRecord(static_cast<uint32_t>(vPairs[k] >> 32), pVtx);
+      Point2* pVtx(nullptr);
+      IdxVtxAct* pRec(nullptr);
+      takeVertexAndRecord(pVtx, pRec);
+      pVtx = new (pVtx) Point2(vInputPoints[pos]);
+      pRec->idx = static_cast<uint32_t>(vPairs[k] >> 32);
+      pRec->bActive = true;
+      pRec->pVtx = pVtx;
+      vIdxVtxAct[firstPos + k] = pRec;
       if (pVHandles != nullptr) (*pVHandles)[pos] = pVtx;
     }
   } else {
     // Pools are not thread-safe: allocate on this thread, fill on workers.
     std::vector<Point2*> vVertices(n);
-    for (size_t k = 0; k < n; ++k) {
-      vVertices[k] = pDt2->newVertex();
-      vIdxVtxAct[firstPos + k] = recordPool.get();
-    }
+    for (size_t k = 0; k < n; ++k) takeVertexAndRecord(vVertices[k], vIdxVtxAct[firstPos + k]);
     runPieces(numWorkers, n, [&](size_t begin, size_t end) {
       for (size_t k = begin; k < end; ++k) {
         const size_t pos(static_cast<uint32_t>(vPairs[k]));
@@ -253,6 +393,7 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
 }
 
 void VertexVault::addVertices(unsigned numPoints, const double* aCoordinates, Point2** aHandles, size_t& firstPos) {
+  dropLineIndex();
   firstPos = vIdxVtxAct.size();
   const size_t n(numPoints);
   if (n == 0) return;
@@ -267,8 +408,14 @@ void VertexVault::addVertices(unsigned numPoints, const double* aCoordinates, Po
   vIdxVtxAct.resize(firstPos + n);
   for (size_t k = 0; k < n; ++k) {
     const size_t pos(static_cast<uint32_t>(vPairs[k]));
-    Point2* pVtx(new (pDt2->newVertex()) Point2(aCoordinates[2 * pos], aCoordinates[2 * pos + 1]));
-    vIdxVtxAct[firstPos + k] = newRecord(static_cast<uint32_t>(vPairs[k] >> 32), pVtx);
+    Point2* pVtx(nullptr);
+    IdxVtxAct* pRec(nullptr);
+    takeVertexAndRecord(pVtx, pRec);
+    pVtx = new (pVtx) Point2(aCoordinates[2 * pos], aCoordinates[2 * pos + 1]);
+    pRec->idx = static_cast<uint32_t>(vPairs[k] >> 32);
+    pRec->bActive = true;
+    pRec->pVtx = pVtx;
+    vIdxVtxAct[firstPos + k] = pRec;
     aHandles[pos] = pVtx;
   }
   numActive += n;
@@ -289,12 +436,13 @@ Point2* VertexVault::treatOneDupGetHandle(Point2* pDup) {
   VASK_ASSERT(mRedundant2UniqueVtx.size() == 1);
   IdxVtxAct* pLastItem(vIdxVtxAct.back());
   VASK_ASSERT(pDup == pLastItem->pVtx);
-  pLastItem->bActive = false;
   --numActive;
   std::map<Point2*, Point2*>::iterator q_it(mRedundant2UniqueVtx.find(pDup));
   VASK_ASSERT(q_it != mRedundant2UniqueVtx.end());
   Point2* pExisting(q_it->second);
   mRedundant2UniqueVtx.clear();
+  vIdxVtxAct.pop_back();
+  releaseDuplicate(pLastItem);
   return pExisting;
 }
 
@@ -313,6 +461,7 @@ void VertexVault::fixHandles(std::vector<Point2*>* pVHandles) const {
 }
 
 void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
+  dropLineIndex();
   if (!bFullDimensional) {
     // Nothing was located: duplicates are found by comparing coordinates.
     VASK_ASSERT(mRedundant2UniqueVtx.empty());
@@ -330,6 +479,8 @@ void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
     }
     if (!mRedundant2UniqueVtx.empty()) {
       fixHandles(pVHandles);
+      for (IdxVtxAct* pRec : vIdxVtxAct)
+        if (!pRec->bActive && mRedundant2UniqueVtx.count(pRec->pVtx) != 0) releaseDuplicate(pRec);
       mRedundant2UniqueVtx.clear();
       rebuild(false);
     }
@@ -351,6 +502,13 @@ void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
     std::cout << "     numFoundInIdxVtxAct=" << numFoundInIdxVtxAct << std::endl;
     VASK_ASSERT(mRedundant2UniqueVtx.size() == numFoundInIdxVtxAct);
   }
+  // The settled duplicates leave the tail (which stays in order) for reuse.
+  VtxRecIt tailEnd(std::remove_if(vIdxVtxAct.begin() + numSorted, vIdxVtxAct.end(), [this](IdxVtxAct* pRec) {
+    if (pRec->bActive || mRedundant2UniqueVtx.count(pRec->pVtx) == 0) return false;
+    releaseDuplicate(pRec);
+    return true;
+  }));
+  vIdxVtxAct.erase(tailEnd, vIdxVtxAct.end());
   mRedundant2UniqueVtx.clear();
 }
 
@@ -559,12 +717,14 @@ unsigned VertexVault::numberOfPoints() const {
 // ---------------------------------------------------------------------------
 // Order
 
+bool VertexVault::isRebuildDue() const {
+  const bool bGrown(vIdxVtxAct.size() > 1.35 * numSorted);
+  const bool bThinned(numRemoved > 0.5 * numSorted && numRemoved >= 1001);
+  return bGrown || bThinned;
+}
+
 void VertexVault::rebuild(bool bLazy) {
-  if (bLazy) {
-    const bool bGrown(vIdxVtxAct.size() > 1.35 * numSorted);
-    const bool bThinned(numRemoved > 0.5 * numSorted && numRemoved >= 1001);
-    if (!bGrown && !bThinned) return;
-  }
+  if (bLazy && !isRebuildDue()) return;
   numRemoved = 0;
   // Inactive records sort behind all active ones and are then cut off: drop
   // them first, keeping the order of the rest, so that a single batch that
@@ -612,6 +772,7 @@ void VertexVault::prefetchRecord(size_t vertexPoolIndex) const {
 void VertexVault::removeVertexRecord(Point2* pRemovedVertex) {
   VASK_ASSERT(!vIdxVtxAct.empty());
   ++numRemoved;
+  dropLineIndex();
   pRemovedVertex->setIncidentTriangle(nullptr);
   IdxVtxAct* pRec(findActiveRecord(pRemovedVertex));
   VASK_ASSERT(pRec->bActive == true);
@@ -625,6 +786,7 @@ void VertexVault::removeVertexRecord(Point2* pRemovedVertex) {
 
 void VertexVault::createFakeBox(const Bbox2& box) {
   VASK_ASSERT(vFakeBoxHandles.empty());
+  dropLineIndex();
   Bbox2 fakeBox(box);
   fakeBox.enlargeRanges(1.01);
   // Collinear or single-point data give a flat box: give each flat axis the

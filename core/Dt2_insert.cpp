@@ -35,10 +35,10 @@ Point2* Dt2::insert(const Point2& p) {
   if (addToBox(p)) growBox();
   if (!*pBFullDimensional) {
     pLastVertex = nullptr;
-    Point2* pExisting(vertexVault.findCollinearDuplicate(p));
-    if (pExisting != nullptr) return pExisting;
-    const bool bLeavesLine(vertexVault.leavesLine(&p));
-    Point2* pVtx(vertexVault.addNewVertex(p, getHilbertIndex(p.x(), p.y())));
+    const size_t numBefore(vertexVault.numberOfRecords());
+    bool bLeavesLine(false);
+    Point2* pVtx(vertexVault.findOrAddCollinear(p, getHilbertIndex(p.x(), p.y()), bLeavesLine));
+    if (vertexVault.numberOfRecords() == numBefore) return pVtx; // a duplicate
     if (bLeavesLine) {
       vertexVault.dropLineIndex();
       createFullDimTriangle(0);

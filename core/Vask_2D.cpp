@@ -5,6 +5,7 @@
 #include "support/Log.h"
 #include <cfenv>
 #include <cmath>
+#include <optional>
 #include <iostream>
 #include <sstream>
 
@@ -47,14 +48,18 @@ bool filterFinite(const std::vector<Point2>& vIn, std::vector<Point2>& vFinite, 
 // filters' error bounds assume it, and so does every result being the same
 // for the same input. The caller's mode is back in place on every return,
 // exceptions included.
+// Under the usual mode nothing is set or restored: a single insertion is too
+// short to pay for two mode switches it does not need.
 class NearestRounding {
 public:
   NearestRounding() {
-    if (guard.getSavedMode() != FE_TONEAREST) guard.set(FE_TONEAREST);
+    if (std::fegetround() == FE_TONEAREST) return;
+    guard.emplace();
+    guard->set(FE_TONEAREST);
   }
 
 private:
-  RoundingModeGuard guard;
+  std::optional<RoundingModeGuard> guard;
 };
 
 } // namespace

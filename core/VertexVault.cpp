@@ -244,15 +244,17 @@ size_t coordinateHash(const Point2& p) {
 
 } // namespace
 
+void VertexVault::hashInsertGrow() {
+  std::vector<Point2*> vOld;
+  vOld.swap(vLineHash);
+  vLineHash.assign(std::max<size_t>(64, 2 * vOld.size()), nullptr);
+  numLineHash = 0;
+  for (Point2* pOld : vOld)
+    if (pOld != nullptr) hashInsert(pOld);
+}
+
 void VertexVault::hashInsert(Point2* pVtx) {
-  if (2 * (numLineHash + 1) > vLineHash.size()) {
-    std::vector<Point2*> vOld;
-    vOld.swap(vLineHash);
-    vLineHash.assign(std::max<size_t>(64, 2 * vOld.size()), nullptr);
-    numLineHash = 0;
-    for (Point2* pOld : vOld)
-      if (pOld != nullptr) hashInsert(pOld);
-  }
+  if (2 * (numLineHash + 1) > vLineHash.size()) hashInsertGrow();
   const size_t mask(vLineHash.size() - 1);
   size_t slot(coordinateHash(*pVtx) & mask);
   while (vLineHash[slot] != nullptr) slot = (slot + 1) & mask;
@@ -280,6 +282,36 @@ void VertexVault::dropLineIndex() {
   std::vector<Point2*>().swap(vLineHash);
   numLineHash = 0;
   pLineA = pLineB = nullptr;
+}
+
+Point2* VertexVault::findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLeavesLine) {
+  VASK_ASSERT(!bFullDimensional);
+  if (!bLineIndexValid) buildLineIndex();
+  if (2 * (numLineHash + 1) > vLineHash.size()) {
+    // Grow before the probe, so that the empty slot it ends at stays free.
+    hashInsertGrow();
+  }
+  const size_t mask(vLineHash.size() - 1);
+  size_t slot(coordinateHash(p) & mask);
+  for (; vLineHash[slot] != nullptr; slot = (slot + 1) & mask) {
+    if (*vLineHash[slot] == p) {
+      bLeavesLine = false;
+      return vLineHash[slot];
+    }
+  }
+  bLeavesLine = pLineA != nullptr && pLineB != nullptr &&
+                pDt2->getKiroTest().getOrientation2(pLineA, pLineB, &p) != ORIENTATION2_COLLINEAR;
+  bLineIndexValid = false; // addNewVertex must not insert a second time
+  Point2* pVtx(addNewVertex(p, idx));
+  bLineIndexValid = true;
+  vLineHash[slot] = pVtx;
+  ++numLineHash;
+  if (pLineA == nullptr) {
+    pLineA = pVtx;
+  } else if (pLineB == nullptr && *pVtx != *pLineA) {
+    pLineB = pVtx;
+  }
+  return pVtx;
 }
 
 Point2* VertexVault::findCollinearDuplicate(const Point2& p) {
@@ -327,7 +359,19 @@ void VertexVault::sortRecords(VtxRecIt first, VtxRecIt last) const {
     for (std::thread& t : vThreads) t.join();
     return;
   }
-  std::sort(first, last, recordLess);
+  if (n < 256 || n > 0xffffffffu || !std::all_of(first, last, [](const IdxVtxAct* p) { return p->bActive; })) {
+    std::sort(first, last, recordLess);
+    return;
+  }
+  // Active records only: the order is that of idx. A radix sort of (idx,
+  // position) pairs reads each record once instead of at every comparison,
+  // and it is stable, so runs of equal idx keep their spatial sub-order.
+  std::vector<uint64_t> vPairs(n);
+  for (size_t i = 0; i < n; ++i) vPairs[i] = (uint64_t(first[i]->idx) << 32) | uint64_t(i);
+  radixSortKeys(vPairs.data(), n);
+  std::vector<IdxVtxAct*> vSorted(n);
+  for (size_t k = 0; k < n; ++k) vSorted[k] = first[static_cast<uint32_t>(vPairs[k])];
+  std::copy(vSorted.begin(), vSorted.end(), first);
 }
 
 // Records are appended in curve order while handles stay in input order.

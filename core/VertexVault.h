@@ -66,6 +66,10 @@ public:
    * where nothing can be located. Expected O(1): a hash of the coordinates,
    * built on first use and kept up by addNewVertex. */
   Point2* findCollinearDuplicate(const Point2& p);
+  /** The active vertex at p's coordinates, or a new one appended as by
+   * addNewVertex; bLeavesLine tells whether a new vertex leaves the line of
+   * the others (see leavesLine). One probe of the hash for both. */
+  Point2* findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLeavesLine);
   /** Whether the active vertices, pNew included, span an area. The line
    * through the first two distinct vertices is remembered, so that a point
    * on it costs one orientation test. Collinear state only. */
@@ -119,6 +123,7 @@ private:
   void releaseDuplicate(IdxVtxAct* pRec);
   void buildLineIndex();
   void hashInsert(Point2* pVtx);
+  void hashInsertGrow();
   IdxVtxAct* findActiveRecord(const Point2* pVtx) const;
   void sortPairs(std::vector<uint64_t>& vPairs) const;
   void sortRecords(VtxRecIt first, VtxRecIt last) const;

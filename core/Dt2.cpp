@@ -34,7 +34,7 @@ const unsigned MAX_POOL_HINT(1u << 26);
 
 Dt2::Dt2(unsigned numPoints)
     : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), vertexVault(this),
-      pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), pLastVertex(nullptr), bFastMode(false),
+      pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), pLastVertex(nullptr), bKeyMayBeLoose(false), bFastMode(false),
       progress("Dt2") {
   if (numPoints < 3) numPoints = 3;
   if (numPoints > MAX_POOL_HINT) numPoints = MAX_POOL_HINT;
@@ -101,7 +101,10 @@ void Dt2::resetHilbertKey(const Bbox2& box) {
 // hold them. Keys are a locality heuristic only; the box of the predicates
 // stays as it is.
 void Dt2::refitHilbertKey() {
-  if (!*pBFullDimensional) return;
+  // Without a removal the data only grow, and box growth keeps the key fit.
+  // After one, the key may be fitted to data that grow again, within the
+  // box: so from then on every rebuild checks.
+  if (!*pBFullDimensional || !bKeyMayBeLoose) return;
   const Bbox2 tight(vertexVault.getBbox());
   if (!(tight.get_maxX() >= tight.get_minX())) return;
   const double hx(tight.get_maxX() * 0.5 - tight.get_minX() * 0.5);

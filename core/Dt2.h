@@ -165,6 +165,8 @@ private:
   // next point is close to it whatever the Hilbert key says. Null while it
   // may be stale (collinear state, after a removal).
   Point2* pLastVertex;
+  // A removal happened: the data may have shrunk away from the key's box.
+  bool bKeyMayBeLoose;
   // Hull triangles found by long pivots around a hull vertex, by direction
   // and by vertex (direct-mapped): a hull vertex of high degree, as at the
   // hub of a fan, is passed by every insertion beyond the hull next to it.

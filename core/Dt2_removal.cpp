@@ -134,6 +134,7 @@ void Dt2::remove(Point2* pVtx) {
   // The last inserted vertex may be this one, or lose its triangle when the
   // mesh returns to the collinear state.
   pLastVertex = nullptr;
+  bKeyMayBeLoose = true;
   clearHullCache();
   if (pVtx == nullptr) {
     logWarning("Dt2::remove()", "pVtx==NULL, illegal, return.");

@@ -245,20 +245,27 @@ size_t coordinateHash(const Point2& p) {
 } // namespace
 
 void VertexVault::hashInsertGrow() {
-  std::vector<Point2*> vOld;
+  std::vector<LineSlot> vOld;
   vOld.swap(vLineHash);
-  vLineHash.assign(std::max<size_t>(64, 2 * vOld.size()), nullptr);
+  vLineHash.assign(std::max<size_t>(64, 2 * vOld.size()), LineSlot{nullptr, 0});
   numLineHash = 0;
-  for (Point2* pOld : vOld)
-    if (pOld != nullptr) hashInsert(pOld);
+  const size_t mask(vLineHash.size() - 1);
+  for (const LineSlot& old : vOld) {
+    if (old.pVtx == nullptr) continue;
+    size_t slot(old.hash & mask);
+    while (vLineHash[slot].pVtx != nullptr) slot = (slot + 1) & mask;
+    vLineHash[slot] = old;
+    ++numLineHash;
+  }
 }
 
 void VertexVault::hashInsert(Point2* pVtx) {
   if (2 * (numLineHash + 1) > vLineHash.size()) hashInsertGrow();
   const size_t mask(vLineHash.size() - 1);
-  size_t slot(coordinateHash(*pVtx) & mask);
-  while (vLineHash[slot] != nullptr) slot = (slot + 1) & mask;
-  vLineHash[slot] = pVtx;
+  const size_t hash(coordinateHash(*pVtx));
+  size_t slot(hash & mask);
+  while (vLineHash[slot].pVtx != nullptr) slot = (slot + 1) & mask;
+  vLineHash[slot] = LineSlot{pVtx, hash};
   ++numLineHash;
 }
 
@@ -279,7 +286,7 @@ void VertexVault::buildLineIndex() {
 void VertexVault::dropLineIndex() {
   if (!bLineIndexValid) return;
   bLineIndexValid = false;
-  std::vector<Point2*>().swap(vLineHash);
+  std::vector<LineSlot>().swap(vLineHash);
   numLineHash = 0;
   pLineA = pLineB = nullptr;
 }
@@ -292,11 +299,12 @@ Point2* VertexVault::findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLe
     hashInsertGrow();
   }
   const size_t mask(vLineHash.size() - 1);
-  size_t slot(coordinateHash(p) & mask);
-  for (; vLineHash[slot] != nullptr; slot = (slot + 1) & mask) {
-    if (*vLineHash[slot] == p) {
+  const size_t hash(coordinateHash(p));
+  size_t slot(hash & mask);
+  for (; vLineHash[slot].pVtx != nullptr; slot = (slot + 1) & mask) {
+    if (vLineHash[slot].hash == hash && *vLineHash[slot].pVtx == p) {
       bLeavesLine = false;
-      return vLineHash[slot];
+      return vLineHash[slot].pVtx;
     }
   }
   bLeavesLine = pLineA != nullptr && pLineB != nullptr &&
@@ -304,7 +312,7 @@ Point2* VertexVault::findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLe
   bLineIndexValid = false; // addNewVertex must not insert a second time
   Point2* pVtx(addNewVertex(p, idx));
   bLineIndexValid = true;
-  vLineHash[slot] = pVtx;
+  vLineHash[slot] = LineSlot{pVtx, hash};
   ++numLineHash;
   if (pLineA == nullptr) {
     pLineA = pVtx;
@@ -319,8 +327,9 @@ Point2* VertexVault::findCollinearDuplicate(const Point2& p) {
   if (!bLineIndexValid) buildLineIndex();
   if (vLineHash.empty()) return nullptr;
   const size_t mask(vLineHash.size() - 1);
-  for (size_t slot = coordinateHash(p) & mask; vLineHash[slot] != nullptr; slot = (slot + 1) & mask)
-    if (*vLineHash[slot] == p) return vLineHash[slot];
+  const size_t hash(coordinateHash(p));
+  for (size_t slot = hash & mask; vLineHash[slot].pVtx != nullptr; slot = (slot + 1) & mask)
+    if (vLineHash[slot].hash == hash && *vLineHash[slot].pVtx == p) return vLineHash[slot].pVtx;
   return nullptr;
 }
 
@@ -789,9 +798,33 @@ void VertexVault::rebuild(bool bLazy) {
   numActive = numSorted;
 }
 
+// New keys for all records, then the rebuild: in one pass over the records,
+// which also drops the inactive ones and collects the pairs for the radix
+// sort (the box grows often when points arrive in sorted order).
 void VertexVault::reindex() {
-  for (IdxVtxAct* pRec : vIdxVtxAct) pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
-  rebuild(false);
+  const size_t n(vIdxVtxAct.size());
+  if ((pDt2->getNumCPU() > 3 && n >= 10000) || n > 0xffffffffu) {
+    for (IdxVtxAct* pRec : vIdxVtxAct) pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
+    rebuild(false);
+    return;
+  }
+  std::vector<uint64_t> vPairs;
+  vPairs.reserve(n);
+  size_t numKept(0);
+  for (size_t i = 0; i < n; ++i) {
+    IdxVtxAct* pRec(vIdxVtxAct[i]);
+    pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
+    if (!pRec->bActive) continue;
+    vPairs.push_back((uint64_t(pRec->idx) << 32) | uint64_t(numKept));
+    vIdxVtxAct[numKept++] = pRec;
+  }
+  vIdxVtxAct.resize(numKept);
+  radixSortKeys(vPairs.data(), numKept);
+  std::vector<IdxVtxAct*> vSorted(numKept);
+  for (size_t k = 0; k < numKept; ++k) vSorted[k] = vIdxVtxAct[static_cast<uint32_t>(vPairs[k])];
+  vIdxVtxAct.swap(vSorted);
+  numRemoved = 0;
+  numSorted = numActive = numKept;
 }
 
 // Each addition takes a vertex and a record from their pools in lockstep,

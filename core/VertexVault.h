@@ -146,7 +146,11 @@ private:
   std::vector<IdxVtxAct*> vFreeRecords;
   // The collinear state's hash of active vertices (open addressing, null =
   // empty slot) and the line of its first two distinct vertices.
-  std::vector<Point2*> vLineHash;
+  struct LineSlot {
+    Point2* pVtx;
+    size_t hash; // of pVtx's coordinates: most probes need not read the vertex
+  };
+  std::vector<LineSlot> vLineHash;
   size_t numLineHash;
   bool bLineIndexValid;
   Point2* pLineA;

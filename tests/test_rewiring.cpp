@@ -16,14 +16,15 @@ using namespace KIRO_VASK2D;
 namespace {
 
 // Small meshes with integer coordinates, so that edge midpoints are exact.
-std::vector<std::vector<Point2> > meshFamilies() {
-  std::vector<std::vector<Point2> > vFamilies;
+std::vector<std::vector<Point2>> meshFamilies() {
+  std::vector<std::vector<Point2>> vFamilies;
   vFamilies.push_back({Point2(0, 0), Point2(4, 0), Point2(0, 4), Point2(1, 1)}); // a corner of degree 3
   for (unsigned seed = 1; seed <= 6; ++seed) {
     std::mt19937 gen(seed);
     std::uniform_int_distribution<int> coord(0, seed < 4 ? 8 : 1000);
     std::vector<Point2> v;
-    for (int i = 0; i < 25; ++i) v.emplace_back(coord(gen), coord(gen));
+    for (int i = 0; i < 25; ++i)
+      v.emplace_back(coord(gen), coord(gen));
     vFamilies.push_back(v);
   }
   return vFamilies;
@@ -124,7 +125,8 @@ TEST(Rewiring, EdgeSplitThenEarAndMergeRestoresTheMesh) {
         Triangle2* pN(pT->getOppositeTriangle(1));
         cutEar(&p, pT, 0, pN);
         Triangle2* aFan[3] = {pN, nullptr, nullptr};
-        for (int k = 1; k < 3; ++k) aFan[k] = aFan[k - 1]->getOppositeTriangle(incIndexBy1(aFan[k - 1]->getIntraTriangleIndex(&p)));
+        for (int k = 1; k < 3; ++k)
+          aFan[k] = aFan[k - 1]->getOppositeTriangle(incIndexBy1(aFan[k - 1]->getIntraTriangleIndex(&p)));
         vDead.clear();
         mergeFan3(&p, aFan, vDead);
         pDt2->returnFreshTriangles(vDead);

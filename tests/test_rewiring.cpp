@@ -45,19 +45,29 @@ void expectLinksValid(Vask_2D& dt, std::vector<Point2*> vVertices, const std::st
   EXPECT_TRUE(v.ok) << what << ": " << v.firstError;
 }
 
-} // namespace
-
-TEST(Rewiring, FlipTwiceRestoresEveryConvexEdge) {
+// Runs body(dt, dt2, create, vBefore) on a triangulation of each family and
+// checks the mesh at the end; body compares with vBefore after each round trip.
+template <class Body> void forEachMesh(Body body) {
   for (const std::vector<Point2>& vPoints : meshFamilies()) {
     Vask_2D dt;
     dt.insert(vPoints);
     Dt2* pDt2(dt.getImpl());
-    const std::vector<vask_test::CanonicalTriangle> vBefore(vask_test::canonicalTriangles(dt));
+    auto create = [pDt2](Point2* p0, Point2* p1, Point2* p2) { return pDt2->createTriangle(p0, p1, p2); };
     std::vector<Triangle2*> vT;
     dt.getTrianglePointers(vT);
+    body(dt, *pDt2, create, vT, vask_test::canonicalTriangles(dt));
+    EXPECT_VALID(dt);
+  }
+}
+
+} // namespace
+
+TEST(Rewiring, FlipTwiceRestoresEveryConvexEdge) {
+  forEachMesh([](Vask_2D& dt, Dt2& dt2, auto, const std::vector<Triangle2*>& vT,
+                 const std::vector<vask_test::CanonicalTriangle>& vBefore) {
     for (Triangle2* pT : vT) {
       for (int i = 0; i < 3; ++i) {
-        if (!pDt2->canBeFlipped(pT, i)) continue;
+        if (!dt2.canBeFlipped(pT, i)) continue;
         flipEdge(pT, i);
         expectLinksValid(dt, verticesOf(dt), "after one flip");
         // The new diagonal is edge 1 of pT.
@@ -65,19 +75,13 @@ TEST(Rewiring, FlipTwiceRestoresEveryConvexEdge) {
         ASSERT_EQ(vask_test::canonicalTriangles(dt), vBefore);
       }
     }
-    EXPECT_VALID(dt);
-  }
+  });
 }
 
 TEST(Rewiring, TriangleSplitThenMergeRestoresTheMesh) {
-  for (const std::vector<Point2>& vPoints : meshFamilies()) {
-    Vask_2D dt;
-    dt.insert(vPoints);
-    Dt2* pDt2(dt.getImpl());
-    const std::vector<vask_test::CanonicalTriangle> vBefore(vask_test::canonicalTriangles(dt));
-    auto create = [pDt2](Point2* p0, Point2* p1, Point2* p2) { return pDt2->createTriangle(p0, p1, p2); };
-    std::vector<Triangle2*> vT, vStack, vDead;
-    dt.getTrianglePointers(vT);
+  forEachMesh([](Vask_2D& dt, Dt2& dt2, auto create, const std::vector<Triangle2*>& vT,
+                 const std::vector<vask_test::CanonicalTriangle>& vBefore) {
+    std::vector<Triangle2*> vStack, vDead;
     for (Triangle2* pT : vT) {
       const Point2 a(*pT->getCorner(0)), b(*pT->getCorner(1)), c(*pT->getCorner(2));
       Point2 p((a.x() + b.x() + c.x()) / 3, (a.y() + b.y() + c.y()) / 3);
@@ -93,22 +97,16 @@ TEST(Rewiring, TriangleSplitThenMergeRestoresTheMesh) {
       Triangle2* aFan[3] = {pT, pT->getOppositeTriangle(1), pT->getOppositeTriangle(1)->getOppositeTriangle(1)};
       vDead.clear();
       mergeFan3(&p, aFan, vDead);
-      pDt2->returnFreshTriangles(vDead);
+      dt2.returnFreshTriangles(vDead);
       ASSERT_EQ(vask_test::canonicalTriangles(dt), vBefore);
     }
-    EXPECT_VALID(dt);
-  }
+  });
 }
 
 TEST(Rewiring, EdgeSplitThenEarAndMergeRestoresTheMesh) {
-  for (const std::vector<Point2>& vPoints : meshFamilies()) {
-    Vask_2D dt;
-    dt.insert(vPoints);
-    Dt2* pDt2(dt.getImpl());
-    const std::vector<vask_test::CanonicalTriangle> vBefore(vask_test::canonicalTriangles(dt));
-    auto create = [pDt2](Point2* p0, Point2* p1, Point2* p2) { return pDt2->createTriangle(p0, p1, p2); };
-    std::vector<Triangle2*> vT, vStack, vDead;
-    dt.getTrianglePointers(vT);
+  forEachMesh([](Vask_2D& dt, Dt2& dt2, auto create, const std::vector<Triangle2*>& vT,
+                 const std::vector<vask_test::CanonicalTriangle>& vBefore) {
+    std::vector<Triangle2*> vStack, vDead;
     for (Triangle2* pT : vT) {
       for (int ith = 0; ith < 3; ++ith) {
         if (pT->getOppositeTriangle(ith) == nullptr) continue;
@@ -129,10 +127,9 @@ TEST(Rewiring, EdgeSplitThenEarAndMergeRestoresTheMesh) {
           aFan[k] = aFan[k - 1]->getOppositeTriangle(incIndexBy1(aFan[k - 1]->getIntraTriangleIndex(&p)));
         vDead.clear();
         mergeFan3(&p, aFan, vDead);
-        pDt2->returnFreshTriangles(vDead);
+        dt2.returnFreshTriangles(vDead);
         ASSERT_EQ(vask_test::canonicalTriangles(dt), vBefore);
       }
     }
-    EXPECT_VALID(dt);
-  }
+  });
 }

@@ -610,7 +610,12 @@ Orientation2 KiroTest::getOrientation2Slow(const Point2* p0, const Point2* p1, c
     return sign > 0 ? ORIENTATION2_CCW : (sign < 0 ? ORIENTATION2_CW : ORIENTATION2_COLLINEAR);
   }
 
+  return getOrientation2Rational(aCoord);
+}
+
+Orientation2 KiroTest::getOrientation2Rational(const double* aCoord) {
   // Tiny, huge and subnormal coordinates: intervals, then rationals.
+  const double x0(aCoord[0]), y0(aCoord[1]), x1(aCoord[2]), y1(aCoord[3]), x2(aCoord[4]), y2(aCoord[5]);
   std::lock_guard<std::mutex> lock(mtxOrientation);
   const int sign(orientationByIntervals(x0, y0, x1, y1, x2, y2));
   if (sign == 2) return ORIENTATION2_COLLINEAR;
@@ -675,6 +680,10 @@ CircleState2 KiroTest::circleInc3stateExact(const Triangle2* pT, const Point2* p
     return sign > 0 ? CINC2_INCIRCLE : (sign < 0 ? CINC2_OUTCIRCLE : CINC2_ZERO);
   }
 
+  return circleInc3stateRational(aCoord);
+}
+
+CircleState2 KiroTest::circleInc3stateRational(const double* aCoord) {
   // Tiny, huge and subnormal coordinates: rationals.
   std::lock_guard<std::mutex> lock(mtxIncircle);
   ++counters.incircleExact;

@@ -184,6 +184,11 @@ private:
   }
   Orientation2 getOrientation2Slow(const Point2* p0, const Point2* p1, const Point2* p2);
   CircleState2 circleInc3stateExact(const Triangle2* pT, const Point2* p);
+  /** The stages for coordinates outside the ordinary range, under the
+   * mutexes; out of line so that the common paths stay lean. aCoord holds
+   * x0 y0 x1 y1 x2 y2, or the query and then the three corners. */
+  __attribute__((noinline)) Orientation2 getOrientation2Rational(const double* aCoord);
+  __attribute__((noinline)) CircleState2 circleInc3stateRational(const double* aCoord);
   void initPredicateRationals();
   void initIntersectionRationals();
 

@@ -5,7 +5,6 @@
 // validation (Dt2_queries).
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
-#include "core/SplitOps.h"
 #include "TriangleAroundVertexIterator.h"
 #include "support/Histogram.h"
 #include "support/Log.h"
@@ -34,7 +33,8 @@ const unsigned MAX_POOL_HINT(1u << 26);
 
 Dt2::Dt2(unsigned numPoints)
     : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), vertexVault(this),
-      pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), pLastVertex(nullptr), bKeyMayBeLoose(false), bFastMode(false),
+      pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), pLastVertex(nullptr),
+      bKeyMayBeLoose(false), bFastMode(false), bSuppressFlips(false),
       progress("Dt2") {
   if (numPoints < 3) numPoints = 3;
   if (numPoints > MAX_POOL_HINT) numPoints = MAX_POOL_HINT;
@@ -151,50 +151,10 @@ Triangle2* Dt2::createTriangle(Point2* p0, Point2* p1, Point2* p2) {
   return pT;
 }
 
-void Dt2::linkPair(Triangle2* pT, int i, Triangle2* pN, int j) {
-  VASK_ASSERT(pN != NULL && "toTriangle!=NULL");
-  pT->setOppTriangle(i, pN);
-  pN->setOppTriangle(j, pT);
-}
-
-/* Contract: edge ith of pT has a neighbour and the quadrilateral is convex
-   (the caller's Delaunay or convexity test implies it). Corners of both
-   triangles keep valid incident pointers. With a = T[i], b = T[i+1],
-   c = T[i-1], N across the edge b-c and q = N[j] its far corner:
-
-              c                          c
-         Ti1 /|\ N(j-1)              Ti1 / \ N(j-1)
-            / | \                       / N \
-           a T|N q         ->          a-----q       T = (a,b,q), N = (a,q,c)
-            \ | /                       \ T /
-         Ti2 \|/ N(j+1)              Ti2 \ / N(j+1)
-              b                          b
-*/
-void Dt2::flip(Triangle2* pT, int ith) {
-  const int i1(incIndexBy1(ith)), i2(incIndexBy2(ith));
-  Triangle2* pN(pT->getOppositeTriangle(ith));
-  const int j(pN->getIntraTriangleIndex(pT));
-  const int j1(incIndexBy1(j)), j2(incIndexBy2(j));
-  Point2* a(pT->getCorner(ith));
-  Point2* b(pT->getCorner(i1));
-  Point2* c(pT->getCorner(i2));
-  Point2* q(pN->getCorner(j));
-  Triangle2* pTi1(pT->getOppositeTriangle(i1));
-  Triangle2* pTi2(pT->getOppositeTriangle(i2));
-  Triangle2* pNj1(pN->getOppositeTriangle(j1));
-  Triangle2* pNj2(pN->getOppositeTriangle(j2));
-  pT->setPropertiesAndOppT(a, b, q, pNj1, pN, pTi2);
-  pN->setPropertiesAndOppT(a, q, c, pNj2, pTi1, pT);
-  // Only two outer neighbours change owner: the one across b-q and the one
-  // across c-a. The others keep pointing at the same triangle object.
-  if (pNj1 != nullptr) pNj1->setOppTriangle(pNj1->getIntraTriangleIndex(pN), pT);
-  if (pTi1 != nullptr) pTi1->setOppTriangle(pTi1->getIntraTriangleIndex(pT), pN);
-}
 
 bool Dt2::canBeFlipped(Triangle2* pT, int ith) {
   Triangle2* pN(pT->getOppositeTriangle(ith));
-  if (pN == nullptr) return false;
-  // A constraint edge can't be flipped either; that test belongs here.
+  if (pN == nullptr || isConstraintEdge(pT, ith)) return false;
   Point2* a(pT->getCorner(ith));
   Point2* b(pT->getCorner(incIndexBy1(ith)));
   Point2* c(pT->getCorner(incIndexBy2(ith)));

@@ -3,7 +3,6 @@
 // are settled once at the end. The fresh-triangle supply serves workers.
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
-#include "core/SplitOps.h"
 #include "TriangleAroundVertexIterator.h"
 #include "support/Histogram.h"
 #include "support/Log.h"

@@ -4,7 +4,6 @@
 // that ends the collinear state.
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
-#include "core/SplitOps.h"
 #include "TriangleAroundVertexIterator.h"
 #include "support/Histogram.h"
 #include "support/Log.h"
@@ -21,7 +20,6 @@
 #include <set>
 #include <sstream>
 #include <thread>
-
 
 namespace KIRO_VASK2D {
 
@@ -51,8 +49,8 @@ Point2* Dt2::insert(const Point2& p) {
   const uint32_t idx(getHilbertIndex(p.x(), p.y()));
   Triangle2* pT(walkStart(p, idx));
   int edgeIdx(-1);
-  const int state(locateConflictTriangle(p, pT, edgeIdx));
-  if (state == 4) {
+  const LocateResult state(locateConflictTriangle(p, pT, edgeIdx));
+  if (state == LR_VERTEX) {
     progress.advance(1);
     for (int i = 0; i < 3; ++i)
       if (*pT->getCorner(i) == p) return pT->getCorner(i);
@@ -97,27 +95,23 @@ Triangle2* Dt2::insertVertex(Point2* pVtx, Triangle2* pStart) {
   Triangle2* pCurTriangle(pStart);
   VASK_ASSERT(pCurTriangle != NULL);
   int edgeIdx(-1);
-  const int state(locateConflictTriangle(*pVtx, pCurTriangle, edgeIdx));
+  const LocateResult state(locateConflictTriangle(*pVtx, pCurTriangle, edgeIdx));
   return insertLocated(pVtx, pCurTriangle, state, edgeIdx);
 }
 
-Triangle2* Dt2::insertLocated(Point2* pVtx, Triangle2* pCurTriangle, int state, int edgeIdx) {
-  if (state >= 0) return triangulateCoplanarOrDuplicate(pVtx, pCurTriangle, state);
+Triangle2* Dt2::insertLocated(Point2* pVtx, Triangle2* pCurTriangle, LocateResult state, int edgeIdx) {
+  if (state != LR_INSIDE) return triangulateCoplanarOrDuplicate(pVtx, pCurTriangle, state);
 
   Triangle2* pResult(edgeIdx >= 0 ? initVCheckT24(pCurTriangle, pVtx, edgeIdx) : initVCheckT13(pCurTriangle, pVtx));
   flipLinkEdges(
-      vCheckT,
-      // An edge that carries a constraint segment is never flipped; that
-      // test belongs in this predicate, after the in-circle test.
-      [this, pVtx](Triangle2*, Triangle2* pNeig) { return flipTest(pNeig, pVtx) == CINC2_INCIRCLE; },
-      [this](Triangle2* pT) { flip(pT, 0); });
+      vCheckT, [this](Triangle2* pT) { return !bSuppressFlips && mustFlip(pT, 0, true); },
+      [](Triangle2* pT) { flipEdge(pT, 0); });
   return pResult;
 }
 
-// A visibility walk from pT towards p. Results: -1 p lies in pT (strictly
-// inside when edgeIdx is -1, else on the inner edge edgeIdx); 0, 1, 2 p lies
-// on or beyond the hull edge of that index; 4 p equals a corner of pT.
-int Dt2::locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx) {
+// A visibility walk from pT towards p; the result says where it ended (see
+// LocateResult), and edgeIdx names the inner edge that holds p, or -1.
+LocateResult Dt2::locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx) {
   VASK_ASSERT(pT != 0 && "pStartTriangle!=0");
   int order[3] = {0, 1, 2};
   int i(0);
@@ -133,7 +127,7 @@ int Dt2::locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx) {
     if (ori == ORIENTATION2_CW) {
       edgeIdx = -1;
       Triangle2* pNeig(pT->getOppositeTriangle(e));
-      if (pNeig == nullptr) return e;
+      if (pNeig == nullptr) return static_cast<LocateResult>(e);
       const int k(pNeig->getIntraTriangleIndex(pT));
       pT = pNeig;
       // The entry edge k is not tested again: p lies strictly inside of it.
@@ -159,7 +153,7 @@ int Dt2::locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx) {
     }
     if (p == *pT->getCorner(0) || p == *pT->getCorner(1) || p == *pT->getCorner(2)) {
       edgeIdx = -1;
-      return 4;
+      return LR_VERTEX;
     }
     edgeIdx = e;
     if (pT->getOppositeTriangle(e) != nullptr) {
@@ -168,25 +162,25 @@ int Dt2::locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx) {
     }
     return hullStep(p, pT, e);
   }
-  return -1;
+  return LR_INSIDE;
 }
 
 // p is collinear with the hull edge e of pT and differs from its corners:
 // it lies on that edge, or beyond one of its ends on the hull's line.
-int Dt2::hullStep(const Point2& p, Triangle2*& pT, int e) {
+LocateResult Dt2::hullStep(const Point2& p, Triangle2*& pT, int e) {
   const int a(incIndexBy1(e)), b(incIndexBy2(e));
   const Orientation2 ori1(kiroTest.getOrientation2(pT, a, &p));
   const Orientation2 ori2(kiroTest.getOrientation2(pT, b, &p));
   if (ori1 == ORIENTATION2_CW) {
     VASK_ASSERT(ori2 == ORIENTATION2_CCW);
-    if (pT->getOppositeTriangle(a) == nullptr) return a;
+    if (pT->getOppositeTriangle(a) == nullptr) return static_cast<LocateResult>(a);
     pT = pT->getOppositeTriangle(a);
   } else if (ori2 == ORIENTATION2_CW) {
     VASK_ASSERT(ori1 == ORIENTATION2_CCW);
-    if (pT->getOppositeTriangle(b) == nullptr) return b;
+    if (pT->getOppositeTriangle(b) == nullptr) return static_cast<LocateResult>(b);
     pT = pT->getOppositeTriangle(b);
   } else if (ori1 == ORIENTATION2_CCW && ori2 == ORIENTATION2_CCW) {
-    return e;
+    return static_cast<LocateResult>(e);
   }
   // p lies on the hull's supporting line, so this walk ends on a hull edge
   // (results 0, 1, 2) or a vertex (4); the caller's edgeIdx keeps the hull
@@ -195,9 +189,9 @@ int Dt2::hullStep(const Point2& p, Triangle2*& pT, int e) {
   return locateConflictTriangle(p, pT, innerEdgeIdx);
 }
 
-Triangle2* Dt2::triangulateCoplanarOrDuplicate(Point2* pVtx, Triangle2* pT, int state) {
-  if (state < 4) return insertVertexCH(pVtx, pT, state);
-  VASK_ASSERT(state == 4 && "intState==4");
+Triangle2* Dt2::triangulateCoplanarOrDuplicate(Point2* pVtx, Triangle2* pT, LocateResult state) {
+  if (isHullResult(state)) return insertVertexCH(pVtx, pT, state);
+  VASK_ASSERT(state == LR_VERTEX && "intState==4");
   for (int i = 0; i < 3; ++i) {
     Point2* pCorner(pT->getCorner(i));
     if (*pCorner == *pVtx) {
@@ -217,57 +211,12 @@ Triangle2* Dt2::initVCheckT13(Triangle2* pT, Point2* pVtx) {
       pT, pVtx, [this](Point2* p0, Point2* p1, Point2* p2) { return createTriangle(p0, p1, p2); }, vCheckT);
 }
 
-/* Contract: p lies on the inner edge ith of pT, strictly between its ends;
-   vCheckT is empty. The two triangles at the edge become four, all with p at
-   corner 0; those with an outer neighbour are pushed in the order T, N, N1, N2.
-
-              A                         A
-            /   \                     / | \
-       Ti1 /  T  \ Ti2           T   /  |  \  N      T = (p,C,A), N = (p,A,B)
-          C-------B      ->         C---p---B
-       Nj2 \  N  / Nj1           N2  \  |  /  N1     N1 = (p,B,D), N2 = (p,D,C)
-            \   /                     \ | /
-              D                         D
-*/
+// Contract and sketch: splitEdge24. The split edge B-C of pT (its edge ith)
+// gives way to B-p and p-C.
 Triangle2* Dt2::initVCheckT24(Triangle2* pT, Point2* pVtx, int ith) {
-  VASK_ASSERT(vCheckT.empty());
-  Triangle2* pN(pT->getOppositeTriangle(ith));
-  VASK_ASSERT(pN != 0 && "pNeigA!=0");
-  const int i1(incIndexBy1(ith)), i2(incIndexBy2(ith));
-  const int j(pN->getIntraTriangleIndex(pT)), j1(incIndexBy1(j)), j2(incIndexBy2(j));
-  Point2* A(pT->getCorner(ith));
-  Point2* B(pT->getCorner(i1));
-  Point2* C(pT->getCorner(i2));
-  Point2* D(pN->getCorner(j));
-  Triangle2* pTi1(pT->getOppositeTriangle(i1));
-  Triangle2* pTi2(pT->getOppositeTriangle(i2));
-  Triangle2* pNj1(pN->getOppositeTriangle(j1));
-  Triangle2* pNj2(pN->getOppositeTriangle(j2));
-  // Back indices are read before any slot is written: one outer triangle
-  // may border both T and N (B or C of degree 3), and once one of its slots
-  // is relinked a later search by pointer would find the wrong one.
-  const int kTi2(pTi2 != nullptr ? pTi2->getIntraTriangleIndex(pT) : -1);
-  const int kNj1(pNj1 != nullptr ? pNj1->getIntraTriangleIndex(pN) : -1);
-  const int kNj2(pNj2 != nullptr ? pNj2->getIntraTriangleIndex(pN) : -1);
-  Triangle2* pN1(createTriangle(pVtx, B, D));
-  Triangle2* pN2(createTriangle(pVtx, D, C));
-  pT->setPropertiesAndOppT(pVtx, C, A, pTi1, pN, pN2);
-  pN->setPropertiesAndOppT(pVtx, A, B, pTi2, pN1, pT);
-  pN1->setOppTriangle(0, pNj1);
-  pN1->setOppTriangle(1, pN2);
-  pN1->setOppTriangle(2, pN);
-  pN2->setOppTriangle(0, pNj2);
-  pN2->setOppTriangle(1, pT);
-  pN2->setOppTriangle(2, pN1);
-  if (pTi2 != nullptr) pTi2->setOppTriangle(kTi2, pN);
-  if (pNj1 != nullptr) pNj1->setOppTriangle(kNj1, pN1);
-  if (pNj2 != nullptr) pNj2->setOppTriangle(kNj2, pN2);
-  if (pTi1 != nullptr) vCheckT.push_back(pT);
-  if (pTi2 != nullptr) vCheckT.push_back(pN);
-  if (pNj1 != nullptr) vCheckT.push_back(pN1);
-  if (pNj2 != nullptr) vCheckT.push_back(pN2);
-  // A constraint segment over the edge B-C is split at p here.
-  return pT;
+  onEdgeSplit(pT->getCorner(incIndexBy1(ith)), pT->getCorner(incIndexBy2(ith)), pVtx);
+  return splitEdge24(
+      pT, pVtx, ith, [this](Point2* p0, Point2* p1, Point2* p2) { return createTriangle(p0, p1, p2); }, vCheckT);
 }
 
 // Collects, starting next to the hull edge ith of pT, the further hull
@@ -331,22 +280,11 @@ Triangle2* Dt2::insertVertexCH(Point2* pVtx, Triangle2* pT, int ith) {
   walkHull(pT, ith, pVtx, false, vHullR);
   vCandidates.clear();
   Triangle2* pResult(nullptr);
+  auto create = [this](Point2* p0, Point2* p1, Point2* p2) { return createTriangle(p0, p1, p2); };
   if (vHullL.empty() && vHullR.size() == 1 && kiroTest.getOrientation2(pT, ith, pVtx) == ORIENTATION2_COLLINEAR) {
-    // p splits the hull edge B-C:   A            A
-    //                              / \    ->    /|\      (T = p,A,B;
-    //                             B---C        B-p-C      N = p,C,A)
-    Point2* A(pT->getCorner(ith));
-    Point2* B(pT->getCorner(incIndexBy1(ith)));
-    Point2* C(pT->getCorner(incIndexBy2(ith)));
-    Triangle2* pOpp1(pT->getOppositeTriangle(incIndexBy1(ith)));
-    Triangle2* pOpp2(pT->getOppositeTriangle(incIndexBy2(ith)));
-    // A constraint segment over the edge B-C is split at p here.
-    Triangle2* pN(createTriangle(pVtx, C, A));
-    pT->setPropertiesAndOppT(pVtx, A, B, pOpp2, nullptr, pN);
-    pN->setOppTriangle(0, pOpp1);
-    pN->setOppTriangle(1, pT);
-    pN->setOppTriangle(2, nullptr);
-    if (pOpp1 != nullptr) pOpp1->setOppTriangle(pOpp1->getIntraTriangleIndex(pT), pN);
+    // p splits the hull edge (contract and sketch: splitHullEdge).
+    onEdgeSplit(pT->getCorner(incIndexBy1(ith)), pT->getCorner(incIndexBy2(ith)), pVtx);
+    Triangle2* pN(splitHullEdge(pT, pVtx, ith, create));
     vCandidates.push_back(pT);
     vCandidates.push_back(pN);
     pResult = pT;
@@ -358,15 +296,8 @@ Triangle2* Dt2::insertVertexCH(Point2* pVtx, Triangle2* pT, int ith) {
     vHullL.insert(vHullL.end(), vHullR.begin(), vHullR.end());
     Triangle2* pPrev(nullptr);
     for (const std::pair<Triangle2*, int>& edge : vHullL) {
-      Triangle2* pTi(edge.first);
-      const int ki(edge.second);
-      Triangle2* pN(createTriangle(pVtx, pTi->getCorner(incIndexBy2(ki)), pTi->getCorner(incIndexBy1(ki))));
-      pN->setOppTriangle(1, nullptr);
-      pN->setOppTriangle(2, nullptr);
-      linkPair(pN, 0, pTi, ki);
-      if (pPrev != nullptr) linkPair(pPrev, 2, pN, 1);
-      vCandidates.push_back(pN);
-      pPrev = pN;
+      pPrev = attachHullTriangle(pVtx, edge.first, edge.second, pPrev, create);
+      vCandidates.push_back(pPrev);
     }
     pResult = pPrev;
     VASK_ASSERT(pResult != NULL && "lastTriangle!=NULL");
@@ -376,10 +307,11 @@ Triangle2* Dt2::insertVertexCH(Point2* pVtx, Triangle2* pT, int ith) {
     vNextCandidates.clear();
     for (Triangle2* pX : vCandidates) {
       Triangle2* pY(pX->getOppositeTriangle(0));
-      if (pY == nullptr) continue;
-      // The constraint test of edge 0 belongs here.
-      if (flipTest(pY, pVtx) != CINC2_INCIRCLE) continue;
-      flip(pX, 0);
+      // While triangles are cut in, only a zero-area triangle at the hull
+      // (its link edge collinear with p) still flips.
+      if (bSuppressFlips && kiroTest.getOrientation2(pX, 0, pVtx) != ORIENTATION2_COLLINEAR) continue;
+      if (!mustFlip(pX, 0, true)) continue;
+      flipEdge(pX, 0);
       vNextCandidates.push_back(pX);
       vNextCandidates.push_back(pY);
     }
@@ -403,12 +335,10 @@ void Dt2::bfsFlipIncident(Point2* pVtx) {
     Triangle2* pFromT(vWork.back().first);
     const int fromICI(vWork.back().second);
     vWork.pop_back();
+    if (!mustFlip(pFromT, fromICI, false)) continue;
     Triangle2* pN(pFromT->getOppositeTriangle(fromICI));
-    if (pN == nullptr) continue;
-    Point2* pFar(pN->getCorner(pN->getIntraTriangleIndex(pFromT)));
-    if (kiroTest.circleInc3state(pFromT, pFar) != CINC2_INCIRCLE) continue;
     VASK_ASSERT(canBeFlipped(pFromT, fromICI));
-    flip(pFromT, fromICI);
+    flipEdge(pFromT, fromICI);
     // After the flip the diagonal is edge 1 of pFromT and edge 2 of pN.
     const int aT[2] = {0, 2}, aN[2] = {0, 1};
     for (int k = 0; k < 2; ++k) {

@@ -2,7 +2,6 @@
 // drawings, statistics, and the drawing of the whole mesh.
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
-#include "core/SplitOps.h"
 #include "TriangleAroundVertexIterator.h"
 #include "support/Histogram.h"
 #include "support/Log.h"

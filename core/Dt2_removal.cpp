@@ -8,7 +8,6 @@
 // steady state allocates nothing.
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
-#include "core/SplitOps.h"
 #include "TriangleAroundVertexIterator.h"
 #include "support/Histogram.h"
 #include "support/Log.h"
@@ -95,12 +94,9 @@ void Dt2::flipSweep(std::vector<Triangle2*>& vList) {
     vNext.clear();
     for (Triangle2* pT : vList) {
       for (int k = 0; k < 3; ++k) {
+        if (!mustFlip(pT, k, false)) continue;
         Triangle2* pN(pT->getOppositeTriangle(k));
-        if (pN == nullptr) continue;
-        // The constraint test of this edge belongs here.
-        Point2* pFar(pN->getCorner(pN->getIntraTriangleIndex(pT)));
-        if (kiroTest.circleInc3state(pT, pFar) != CINC2_INCIRCLE) continue;
-        flip(pT, k);
+        flipEdge(pT, k);
         vNext.push_back(pT);
         vNext.push_back(pN);
         break;
@@ -239,24 +235,12 @@ void Dt2::removeInnerVertex(Point2* pVtx) {
   removalFlipSweep();
 }
 
-/* Contract: pT holds pVtx; edge e = i+1 of pT (i the index of pVtx) leads
-   to the next triangle pN of the fan, counter-clockwise. When the ring
-   corners a, b, q form a proper counter-clockwise ear that does not
-   overlap pVtx, the edge pVtx-b is flipped into a-q: pT becomes the ear
-   (a, b, q), which no longer touches pVtx, and pN becomes (a, q, pVtx),
-   which continues the fan; pN is returned. Otherwise nothing changes and
-   the result is null. pVtx may end up on the edge a-q (a, q, pVtx
-   collinear): then pN is flat, which is harmless because every triangle
-   at pVtx disappears before the removal ends.
-
-                q                          q
-       Nj2     / \    Nj1         Nj2     /|\    Nj1
-              / N \                      / | \
-             v-----b       ->           v N| T b      T = (a,b,q)
-              \ T /                      \ | /        N = (a,q,v)
-       Te1     \ /    Ti          Te1     \|/    Ti
-                a                          a
-*/
+// When the ring corners a, b, q at pT (pVtx at index i, the next triangle pN
+// of the fan across edge i+1) form a proper counter-clockwise ear that does
+// not overlap pVtx, cuts it off (cutEar) and returns pN, which continues the
+// fan; otherwise changes nothing and returns null. pVtx may end up on the
+// edge a-q (a, q, pVtx collinear): then pN is flat, which is harmless
+// because every triangle at pVtx disappears before the removal ends.
 Triangle2* Dt2::removeEar(Point2* pVtx, Triangle2* pT) {
   const int i(pT->getIntraTriangleIndex(pVtx));
   const int e(incIndexBy1(i));
@@ -268,33 +252,13 @@ Triangle2* Dt2::removeEar(Point2* pVtx, Triangle2* pT) {
   Point2* q(pN->getCorner(j));
   if (kiroTest.getOrientation2(a, q, pVtx) == ORIENTATION2_CW) return nullptr;
   if (kiroTest.getOrientation2(a, b, q) != ORIENTATION2_CCW) return nullptr;
-  Triangle2* pNj1(pN->getOppositeTriangle(incIndexBy1(j)));
-  Triangle2* pNj2(pN->getOppositeTriangle(incIndexBy2(j)));
-  Triangle2* pTi(pT->getOppositeTriangle(i));
-  Triangle2* pTe1(pT->getOppositeTriangle(incIndexBy1(e)));
-  pT->setPropertiesAndOppT(a, b, q, pNj1, pN, pTi);
-  pN->setPropertiesAndOppT(a, q, pVtx, pNj2, pTe1, pT);
-  // Only two outer neighbours change owner: the one across b-q and the
-  // previous triangle of the fan, across pVtx-a.
-  if (pNj1 != nullptr) pNj1->setOppTriangle(pNj1->getIntraTriangleIndex(pN), pT);
-  if (pTe1 != nullptr) pTe1->setOppTriangle(pTe1->getIntraTriangleIndex(pT), pN);
+  cutEar(pVtx, pT, i, pN);
   // The refiner, while it runs, hears of pT and pN here.
   return pN;
 }
 
-/* Contract: pVtx has exactly the three triangles T0, T1, T2 (T0 = pT, in
-   counter-clockwise order), and lies inside or on an edge of the triangle
-   of its ring corners r0, r1, r2. T0 becomes (r0, r1, r2) with the three
-   outer neighbours; T1 and T2 go to vDeadT.
-
-              r2                           r2
-         O2  /|\  O1                  O2  / \  O1     T0 = (r0, r1, r2);
-            / | \                        /   \        slot 0 = O1 (r1-r2),
-           /T2|T1\          ->          / T0  \       slot 1 = O2 (r2-r0),
-          /  _v_  \                    /       \      slot 2 = O0 (r0-r1)
-         r0---T0--r1                  r0-------r1
-              O0                           O0
-*/
+// Contract and sketch: mergeFan3, once the fan of pVtx is down to pT and two
+// more triangles.
 void Dt2::mergeDegree3(Point2* pVtx, Triangle2* pT) {
   // One trip round the fan, stopped after four steps: a fourth triangle or a
   // hull edge would mean the ear loop ended in a broken state.
@@ -308,23 +272,7 @@ void Dt2::mergeDegree3(Point2* pVtx, Triangle2* pT) {
   VASK_ASSERT(vRemainingT.size()==3);
   VASK_ASSERT(pCur==pT);
   // clang-format on
-  Point2* aRing[3];
-  Triangle2* aOuter[3];
-  int aOuterIdx[3];
-  for (int k = 0; k < 3; ++k) {
-    Triangle2* pK(vRemainingT[k]);
-    const int i(pK->getIntraTriangleIndex(pVtx));
-    aRing[k] = pK->getCorner(incIndexBy1(i));
-    aOuter[k] = pK->getOppositeTriangle(i);
-    aOuterIdx[k] = aOuter[k] != nullptr ? aOuter[k]->getIntraTriangleIndex(pK) : -1;
-  }
-  Triangle2* pT0(vRemainingT[0]);
-  pT0->setPropertiesAndOppT(aRing[0], aRing[1], aRing[2], aOuter[1], aOuter[2], aOuter[0]);
-  for (int k = 1; k < 3; ++k) {
-    if (aOuter[k] != nullptr) aOuter[k]->setOppTriangle(aOuterIdx[k], pT0);
-    vRemainingT[k]->clearProperties();
-    vDeadT.push_back(vRemainingT[k]);
-  }
+  mergeFan3(pVtx, vRemainingT.data(), vDeadT);
 }
 
 // Whether pT (maybe null) is one of the triangles of the former fan; a
@@ -369,15 +317,11 @@ void Dt2::removalFlipSweep() {
 // and the outer edges of the quadrilateral go to the next round. A hull
 // edge passes.
 void Dt2::sweepEdge(Triangle2* pT, int k) {
-  Triangle2* pN(pT->getOppositeTriangle(k));
-  if (pN == nullptr) return;
-  // An edge that carries a constraint segment is never flipped; its test
-  // belongs here, before the in-circle test.
-  Point2* pFar(pN->getCorner(pN->getIntraTriangleIndex(pT)));
-  if (kiroTest.circleInc3state(pT, pFar) != CINC2_INCIRCLE) return;
+  if (!mustFlip(pT, k, false)) return;
   // The far corner lies strictly inside the circle, so the quadrilateral is
   // strictly convex and the flip is legal.
-  flip(pT, k);
+  Triangle2* pN(pT->getOppositeTriangle(k));
+  flipEdge(pT, k);
   // The refiner, while it runs, hears of pT and pN here.
   // After the flip the diagonal is edge 1 of pT and edge 2 of pN.
   vSweepNextE.emplace_back(pT, 0);

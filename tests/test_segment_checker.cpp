@@ -559,3 +559,32 @@ TEST(SegmentChecker, OperandRelativeFilterIsExactInEveryRoundingModeAndMagnitude
     }
   }
 }
+
+TEST(SegmentChecker, CrossingPointsAreFaithfullyRoundedAtEveryScale) {
+  // Crossings near zero, near powers of two, nearly parallel, long against
+  // short, from subnormal to huge magnitudes: each coordinate must be one of
+  // the two doubles around the exact value, whichever stage computes it.
+  std::mt19937_64 gen(61);
+  SegmentChecker checker;
+  int numCrossings(0);
+  for (int i = 0; i < 30000; ++i) {
+    const double scale(std::ldexp(1.0, int(gen() % 1200) - 600 - (i % 10 == 0 ? 470 : 0)));
+    const double cx(i % 3 == 0 ? 0.0 : i % 3 == 1 ? scale : scale * vask_test::uniform(gen, -8, 8));
+    const double cy(i % 4 == 0 ? 0.0 : scale * vask_test::uniform(gen, -8, 8));
+    const double a(vask_test::uniform(gen, 0, M_PI));
+    const double b(i % 5 == 0 ? a + std::ldexp(1.0, -int(gen() % 40)) : vask_test::uniform(gen, 0, M_PI));
+    const double la(scale * vask_test::uniform(gen, 0.001, 2)), lb(scale * vask_test::uniform(gen, 0.001, 2));
+    const double sa(vask_test::uniform(gen, 0.01, 0.99)), sb(vask_test::uniform(gen, 0.01, 0.99));
+    const Segment2 s0(seg(cx - sa * la * std::cos(a), cy - sa * la * std::sin(a), cx + (1 - sa) * la * std::cos(a),
+                          cy + (1 - sa) * la * std::sin(a)));
+    const Segment2 s1(seg(cx - sb * lb * std::cos(b), cy - sb * lb * std::sin(b), cx + (1 - sb) * lb * std::cos(b),
+                          cy + (1 - sb) * lb * std::sin(b)));
+    if (!std::isfinite(s0.getTrg().x()) || !std::isfinite(s1.getTrg().y())) continue;
+    const Meeting m(oracle(s0, s1));
+    ASSERT_EQ(checker.getIntersectionType(&s0, &s1), m.sit) << s0 << " / " << s1;
+    if (m.sit != SIT_POINT) continue;
+    ++numCrossings;
+    expectExactMeeting(checker, s0, s1, m, "crossing " + std::to_string(i));
+  }
+  EXPECT_GT(numCrossings, 20000);
+}

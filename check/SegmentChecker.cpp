@@ -34,6 +34,23 @@ void getBox(const Segment2& seg, double& minX, double& minY, double& maxX, doubl
   maxY = std::max(src.y(), trg.y());
 }
 
+/** Tag of a segment in the tree: set when its end points are the lower left
+ * and upper right corners of its box, clear for the other diagonal. */
+const uint32_t TAG_RISING = 1u;
+
+uint32_t diagonalTag(const Segment2& seg) {
+  const Point2 src(seg.getSrc()), trg(seg.getTrg());
+  return (src.x() <= trg.x()) == (src.y() <= trg.y()) ? TAG_RISING : 0u;
+}
+
+/** The end points of an indexed segment, read from its leaf: the class of a
+ * pair does not depend on the direction of a segment, and the leaf is in
+ * the cache already, unlike the caller's segment. */
+void leafEndPoints(const KIRO_LOCATE2::RTreeLeaf& leaf, Point2& a, Point2& b) {
+  a.change(leaf.xmin, (leaf.tag & TAG_RISING) != 0 ? leaf.ymin : leaf.ymax);
+  b.change(leaf.xmax, (leaf.tag & TAG_RISING) != 0 ? leaf.ymax : leaf.ymin);
+}
+
 bool isReported(SegmentIntersectionType sit, bool bAlsoEndPointIntersections) {
   switch (sit) {
   case SIT_NONE:
@@ -82,7 +99,7 @@ void SegmentChecker::addSegments(const std::vector<Segment2*>& vNewSegments) {
     }
     double minX, minY, maxX, maxY;
     getBox(*pSeg, minX, minY, maxX, maxY);
-    pImpl->tree.addObject(pSeg, minX, minY, maxX, maxY);
+    pImpl->tree.addObject(pSeg, minX, minY, maxX, maxY, diagonalTag(*pSeg));
     maxAbs = std::max(maxAbs, std::max(std::max(-minX, maxX), std::max(-minY, maxY)));
   }
   // One raise for the whole set keeps the lock of the bound out of the queries.
@@ -148,11 +165,12 @@ void SegmentChecker::getIntersectors(Segment2* pSeg, bool bAlsoEndPointIntersect
   const Point2 src(pSeg->getSrc()), trg(pSeg->getTrg());
   double minX, minY, maxX, maxY;
   getBox(*pSeg, minX, minY, maxX, maxY);
+  Point2 otherA, otherB;
   pImpl->tree.visit(minX, minY, maxX, maxY, [&](const KIRO_LOCATE2::RTreeLeaf* pLeaf) {
     Segment2* pOther(static_cast<Segment2*>(pLeaf->pObject));
     if (pOther == pSeg) return;
-    const SegmentIntersectionType sit(
-        classifySegmentPair(predicates, src, trg, pOther->getSrc(), pOther->getTrg()));
+    leafEndPoints(*pLeaf, otherA, otherB);
+    const SegmentIntersectionType sit(classifySegmentPair(predicates, src, trg, otherA, otherB));
     if (isReported(sit, bAlsoEndPointIntersections)) vIntersectors.push_back(std::make_pair(pOther, sit));
   });
 }
@@ -172,13 +190,12 @@ void SegmentChecker::getIllegalSegments(bool bAlsoEndPointIntersections, std::ve
     if (pPublisher != nullptr) pPublisher->advance(1);
     // A marked segment is settled; its unmarked partners find it in their own query.
     if (vIllegal[leaf.objectIndex] != 0) continue;
-    const Segment2* pSeg(static_cast<const Segment2*>(leaf.pObject));
-    const Point2 src(pSeg->getSrc()), trg(pSeg->getTrg());
+    Point2 src, trg, otherA, otherB;
+    leafEndPoints(leaf, src, trg);
     tree.visit(leaf.xmin, leaf.ymin, leaf.xmax, leaf.ymax, [&](const KIRO_LOCATE2::RTreeLeaf* pOtherLeaf) {
-      const Segment2* pOther(static_cast<const Segment2*>(pOtherLeaf->pObject));
-      if (pOther == pSeg) return;
-      const SegmentIntersectionType sit(
-          classifySegmentPair(predicates, src, trg, pOther->getSrc(), pOther->getTrg()));
+      if (pOtherLeaf == &leaf) return;
+      leafEndPoints(*pOtherLeaf, otherA, otherB);
+      const SegmentIntersectionType sit(classifySegmentPair(predicates, src, trg, otherA, otherB));
       if (!isReported(sit, bAlsoEndPointIntersections)) return;
       vIllegal[leaf.objectIndex] = 1;
       vIllegal[pOtherLeaf->objectIndex] = 1;

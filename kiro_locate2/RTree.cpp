@@ -3,6 +3,7 @@
 #include "support/VaskAssert.h"
 #include <algorithm>
 #include <cfloat>
+#include <cmath>
 #include <utility>
 
 namespace KIRO_LOCATE2 {
@@ -41,11 +42,11 @@ void sortByKey(uint64_t* aEntry, size_t n, std::vector<uint64_t>& vTmp) {
 RTree::RTree()
     : xmin(DBL_MAX), ymin(DBL_MAX), xmax(-DBL_MAX), ymax(-DBL_MAX), bBuilt(false), numLevels(0), numBoxTests(0) {}
 
-void RTree::addObject(void* pObject, double xmin_, double ymin_, double xmax_, double ymax_) {
+void RTree::addObject(void* pObject, double xmin_, double ymin_, double xmax_, double ymax_, uint32_t tag) {
   VASK_ASSERT(!bBuilt);
   VASK_ASSERT(xmin_<=xmax_);
   VASK_ASSERT(ymin_<=ymax_);
-  const RTreeLeaf leaf = {pObject, xmin_, ymin_, xmax_, ymax_, uint32_t(vLeaves.size()), 0u};
+  const RTreeLeaf leaf = {pObject, xmin_, ymin_, xmax_, ymax_, uint32_t(vLeaves.size()), 0u, tag};
   vLeaves.push_back(leaf);
   xmin = std::min(xmin, xmin_);
   ymin = std::min(ymin, ymin_);
@@ -123,41 +124,55 @@ void RTree::sortByKeys() {
   vLeaves.swap(vSorted);
 }
 
+namespace {
+/** The largest float not above v (v finite or infinite, never NaN), in any rounding mode. */
+float floatDown(double v) {
+  const float f(static_cast<float>(v));
+  return double(f) > v ? std::nextafter(f, -HUGE_VALF) : f;
+}
+/** The smallest float not below v. */
+float floatUp(double v) {
+  const float f(static_cast<float>(v));
+  return double(f) < v ? std::nextafter(f, HUGE_VALF) : f;
+}
+} // namespace
+
 void RTree::buildLevels() {
-  const int n(int(vLeaves.size()));
-  // n/2 lowest nodes, then an eighth of each level above: fewer than 0.6 n + 2 in all.
-  vNodes.reserve(size_t(n) / 2 + size_t(n) / 14 + 16);
-  for (int start = 0; start < n; start += 2) {
-    const int end(std::min(start + 2, n));
-    Node node = {DBL_MAX, DBL_MAX, -DBL_MAX, -DBL_MAX, start, end, -1, 0, -1};
-    for (int i = start; i < end; ++i) {
-      const RTreeLeaf& leaf(vLeaves[size_t(i)]);
-      node.minX = std::min(node.minX, leaf.xmin);
-      node.minY = std::min(node.minY, leaf.ymin);
-      node.maxX = std::max(node.maxX, leaf.xmax);
-      node.maxY = std::max(node.maxY, leaf.ymax);
+  const std::size_t n(vLeaves.size());
+  // n/2 lowest nodes, then an eighth of each level above: fewer than 0.6 n + 12 in all.
+  vNodeBoxes.reserve(n / 2 + n / 14 + 2 * MAX_LEVELS);
+  aLevelOffset[0] = 0;
+  for (std::size_t start = 0; start < n; start += 2) {
+    const std::size_t end(std::min(start + 2, n));
+    double minX(DBL_MAX), minY(DBL_MAX), maxX(-DBL_MAX), maxY(-DBL_MAX);
+    for (std::size_t i = start; i < end; ++i) {
+      minX = std::min(minX, vLeaves[i].xmin);
+      minY = std::min(minY, vLeaves[i].ymin);
+      maxX = std::max(maxX, vLeaves[i].xmax);
+      maxY = std::max(maxY, vLeaves[i].ymax);
     }
-    vNodes.push_back(node);
+    const NodeBox box = {floatDown(minX), floatDown(minY), floatUp(maxX), floatUp(maxY)};
+    vNodeBoxes.push_back(box);
   }
+  aLevelSize[0] = vNodeBoxes.size();
   numLevels = 1;
-  int levelBegin(0), levelEnd(int(vNodes.size()));
-  while (levelEnd - levelBegin > 1) {
-    for (int first = levelBegin; first < levelEnd; first += 8) {
-      const int numChildren(std::min(8, levelEnd - first));
-      Node node = {DBL_MAX, DBL_MAX, -DBL_MAX, -DBL_MAX, NOT_LOWEST, NOT_LOWEST, first, numChildren, -1};
-      const int parent(int(vNodes.size()));
-      for (int c = first; c < first + numChildren; ++c) {
-        Node& child(vNodes[size_t(c)]);
-        child.parent = parent;
-        node.minX = std::min(node.minX, child.minX);
-        node.minY = std::min(node.minY, child.minY);
-        node.maxX = std::max(node.maxX, child.maxX);
-        node.maxY = std::max(node.maxY, child.maxY);
+  while (aLevelSize[numLevels - 1] > 1) {
+    VASK_ASSERT(numLevels<MAX_LEVELS);
+    const std::size_t below(aLevelOffset[numLevels - 1]), belowSize(aLevelSize[numLevels - 1]);
+    aLevelOffset[numLevels] = vNodeBoxes.size();
+    for (std::size_t first = 0; first < belowSize; first += 8) {
+      // Unions of float boxes are exact: no further widening.
+      NodeBox box(vNodeBoxes[below + first]);
+      for (std::size_t c = first + 1; c < std::min(first + 8, belowSize); ++c) {
+        const NodeBox& child(vNodeBoxes[below + c]);
+        box.minX = std::min(box.minX, child.minX);
+        box.minY = std::min(box.minY, child.minY);
+        box.maxX = std::max(box.maxX, child.maxX);
+        box.maxY = std::max(box.maxY, child.maxY);
       }
-      vNodes.push_back(node);
+      vNodeBoxes.push_back(box);
     }
-    levelBegin = levelEnd;
-    levelEnd = int(vNodes.size());
+    aLevelSize[numLevels] = vNodeBoxes.size() - aLevelOffset[numLevels];
     ++numLevels;
   }
 }

@@ -2,28 +2,35 @@
 // A static, bulk-loaded box tree: all objects first, then one build at the
 // first query, in Hilbert order, perfectly packed. Internal to the library.
 #include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
 namespace KIRO_LOCATE2 {
 
 /** An object of the tree: the caller's pointer, its box, the number of its
- * addObject call and its Hilbert key. */
+ * addObject call, its Hilbert key and a tag the caller may use freely (it
+ * saves the caller a visit to the object for a bit of information). */
 struct RTreeLeaf {
   void* pObject;
   double xmin, ymin, xmax, ymax;
   uint32_t objectIndex;
   uint32_t key;
+  uint32_t tag;
 };
 
 /** Boxes with closed comparisons: touching boxes meet. Objects are added
  * first; the first query builds the tree, after which adding breaks the
  * assertion (an object added later would silently be missing).
  *
- * Layout: the leaves in curve order in one array; the lowest level of
+ * Layout. The leaves lie in curve order in one array. The lowest level of
  * nodes covers runs of two leaves, every level above groups eight nodes of
- * the level below. Each level lies contiguous in curve order, so a node's
- * children are consecutive and neighbouring nodes cover neighbouring space.
+ * the level below, so the tree is perfectly packed and implicit: the
+ * children of node i of a level are nodes 8i to 8i+7 of the level below
+ * (leaves 2i and 2i+1 at the lowest level), and a node is nothing but its
+ * box. Node boxes are floats rounded outward: a query tests a node's eight
+ * children in two cache lines, and a node box only ever holds more than
+ * its doubles, so nothing is missed; leaves are tested on their exact boxes.
  *
  * Keys. A fixed grid over the whole extent would put almost everything into
  * one cell as soon as one object lies far away, and the tree would lose all
@@ -38,7 +45,7 @@ public:
   RTree& operator=(const RTree&) = delete;
 
   /** Requires "xmin<=xmax" and "ymin<=ymax" (so no NaN) and a tree not yet built. */
-  void addObject(void* pObject, double xmin, double ymin, double xmax, double ymax);
+  void addObject(void* pObject, double xmin, double ymin, double xmax, double ymax, uint32_t tag = 0);
 
   /** Appends every leaf whose box meets the query box, in curve order;
    * builds the tree first if needed. */
@@ -47,9 +54,10 @@ public:
   template <class Visitor>
   void visit(double qMinX, double qMinY, double qMaxX, double qMaxY, Visitor&& visitor) {
     if (!bBuilt) build();
-    if (vNodes.empty()) return;
+    if (vLeaves.empty()) return;
     const Box query = {qMinX, qMinY, qMaxX, qMaxY};
-    visitNode(int(vNodes.size()) - 1, query, visitor);
+    // The root's own box is not tested.
+    visitNode(numLevels - 1, 0, query, visitor);
   }
 
   /** Builds the tree now; later calls do nothing. */
@@ -63,45 +71,47 @@ public:
   /** Number of levels of nodes, 0 for an empty tree. */
   int getNumLevels() const { return numLevels; }
 
-  /** Marker of start and end in nodes above the lowest level. */
-  static constexpr int NOT_LOWEST = 0x7fffffff;
-
 private:
   struct Box {
     double minX, minY, maxX, maxY;
   };
-  struct Node {
-    double minX, minY, maxX, maxY;
-    int start, end;        // range of vLeaves at the lowest level, NOT_LOWEST above
-    int firstChild, numChildren; // consecutive children in vNodes above the lowest level
-    int parent;            // -1 at the root
+  /** A node's box, widened to floats. */
+  struct NodeBox {
+    float minX, minY, maxX, maxY;
   };
-  template <class B>
-  static bool meets(const Box& q, const B& b) {
-    return q.maxX >= b.minX && q.maxY >= b.minY && b.maxX >= q.minX && b.maxY >= q.minY;
+  static bool meetsNode(const Box& q, const NodeBox& b) {
+    return q.maxX >= double(b.minX) && q.maxY >= double(b.minY) && double(b.maxX) >= q.minX &&
+           double(b.maxY) >= q.minY;
   }
   static bool meetsLeaf(const Box& q, const RTreeLeaf& l) {
     return q.maxX >= l.xmin && q.maxY >= l.ymin && l.xmax >= q.minX && l.ymax >= q.minY;
   }
   template <class Visitor>
-  void visitNode(int nodeIndex, const Box& q, Visitor& visitor) {
-    const Node& node(vNodes[std::size_t(nodeIndex)]);
-    if (node.start != NOT_LOWEST) {
-      numBoxTests += unsigned(node.end - node.start);
-      for (int i = node.start; i < node.end; ++i)
-        if (meetsLeaf(q, vLeaves[std::size_t(i)])) visitor(&vLeaves[std::size_t(i)]);
+  void visitNode(int level, std::size_t i, const Box& q, Visitor& visitor) {
+    if (level == 0) {
+      const std::size_t end(std::min(2 * i + 2, vLeaves.size()));
+      numBoxTests += end - 2 * i;
+      for (std::size_t k = 2 * i; k < end; ++k)
+        if (meetsLeaf(q, vLeaves[k])) visitor(&vLeaves[k]);
       return;
     }
-    numBoxTests += unsigned(node.numChildren);
-    for (int c = node.firstChild; c < node.firstChild + node.numChildren; ++c)
-      if (meets(q, vNodes[std::size_t(c)])) visitNode(c, q, visitor);
+    const std::size_t first(8 * i), end(std::min(first + 8, aLevelSize[level - 1]));
+    const NodeBox* aBox(&vNodeBoxes[aLevelOffset[level - 1]]);
+    numBoxTests += end - first;
+    for (std::size_t c = first; c < end; ++c)
+      if (meetsNode(q, aBox[c])) visitNode(level - 1, c, q, visitor);
   }
   void sortByKeys();
   void buildLevels();
 
-  std::vector<RTreeLeaf> vLeaves; // in addObject order until the build, in curve order after it
-  std::vector<Node> vNodes;       // level by level from the lowest; the root is the last node
-  double xmin, ymin, xmax, ymax;  // extent of all objects
+  /** Levels of a tree of up to 2^31 leaves: 1 + ceil(30 / 3). */
+  static constexpr int MAX_LEVELS = 12;
+
+  std::vector<RTreeLeaf> vLeaves;  // in addObject order until the build, in curve order after it
+  std::vector<NodeBox> vNodeBoxes; // level by level from the lowest; the root is the last
+  std::size_t aLevelOffset[MAX_LEVELS];
+  std::size_t aLevelSize[MAX_LEVELS];
+  double xmin, ymin, xmax, ymax;   // extent of all objects
   bool bBuilt;
   int numLevels;
   unsigned long long numBoxTests;

@@ -31,18 +31,13 @@ bool faithfulCoordinate(double base, double d, double t, double eT, double& out)
   return true;
 }
 
-/** Shewchuk's ccwerrboundA, (3 + 16 eps) eps with eps = 2^-53, rounded up:
- * in round-to-nearest an orientation determinant of input points errs by at
- * most this much times the sum of the magnitudes of its two products. */
-const double DET_ERR_NEAREST = 3.3306690738754746e-16;
-
 /** The crossing p1 + t (p2 - p1) in doubles, accepted only with a proof of
  * faithful rounding; false leaves it to the caller. Meant for proper
  * crossings (no end point on the other line), where t lies in (0, 1).
  *
  * With e = p3 - p1, d1 = p2 - p1, d2 = p4 - p3: t = (e x d2) / (d1 x d2).
  * Numerator and denominator are orientation determinants of input points,
- * so each errs by at most DET_ERR_NEAREST times its product sum. With rn,
+ * so each errs by at most SEGMENT_DET_ERR_NEAREST times its product sum. With rn,
  * rd those errors relative to the computed values,
  * |t~ - t| <= |t~| (1 + 2^-50) (2^-53 + (rn + rd) / (1 - rd)), the 2^-53
  * for the division. Requires round-to-nearest and magnitudes in the safe
@@ -56,8 +51,8 @@ bool crossingFrom(const Point2& p1, const Point2& p2, const Point2& p3, const Po
   const double n1(ex * d2y), n2(ey * d2x), q1(d1x * d2y), q2(d1y * d2x);
   const double num(n1 - n2), den(q1 - q2);
   if (num == 0.0 || den == 0.0) return false;
-  const double rn(DET_ERR_NEAREST * (std::fabs(n1) + std::fabs(n2)) / std::fabs(num));
-  const double rd(DET_ERR_NEAREST * (std::fabs(q1) + std::fabs(q2)) / std::fabs(den));
+  const double rn(SEGMENT_DET_ERR_NEAREST * (std::fabs(n1) + std::fabs(n2)) / std::fabs(num));
+  const double rd(SEGMENT_DET_ERR_NEAREST * (std::fabs(q1) + std::fabs(q2)) / std::fabs(den));
   if (!(rd < 0.5 && rn < 0.5)) return false;
   const double t(num / den);
   // A quotient near the subnormal range loses the relative error bound.

@@ -38,6 +38,12 @@ inline Orientation2 orientationFiltered(KiroTest& kiroTest, const Point2& a, con
   return kiroTest.getOrientation2(&a, &b, &c);
 }
 
+/** Shewchuk's ccwerrboundA, (3 + 16 eps) eps with eps = 2^-53, rounded up:
+ * in round-to-nearest an orientation determinant of input points errs by at
+ * most this much times the sum of the magnitudes of its two products. The
+ * crossing points in doubles rest on it. */
+constexpr double SEGMENT_DET_ERR_NEAREST = 3.3306690738754746e-16;
+
 /** For c on the line through a != b: does c lie strictly between a and b?
  * Exact: on the line, either coordinate in which a and b differ orders the
  * points, so no length is computed. */

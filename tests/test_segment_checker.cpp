@@ -530,6 +530,16 @@ TEST(SegmentChecker, DrawingsNameTheCountsAndRender) {
   }
 }
 
+TEST(SegmentChecker, ErrorBoundConstantsCoverTheirDerivation) {
+  const mpq_class eps(mpq_class(1) / (mpz_class(1) << 53));
+  // In round-to-nearest: (3 + 16 eps) eps, Shewchuk's bound of a 2x2 determinant of differences.
+  EXPECT_GE(mpq_class(SEGMENT_DET_ERR_NEAREST), (3 + 16 * eps) * eps);
+  EXPECT_LE(mpq_class(SEGMENT_DET_ERR_NEAREST), (3 + 64 * eps) * eps); // and not much more
+  // The relative filter's 2^-50 covers the same bound with the unit 2 eps of the directed modes.
+  const mpq_class u(2 * eps);
+  EXPECT_GE(mpq_class(std::ldexp(1.0, -50)), (3 + 16 * u) * u);
+}
+
 TEST(SegmentChecker, OperandRelativeFilterIsExactInEveryRoundingModeAndMagnitude) {
   // Points one to three ulps off a line, at magnitudes from subnormal to
   // near the largest double, in all four rounding modes; the predicates

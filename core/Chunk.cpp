@@ -1,7 +1,8 @@
 #include "core/Chunk.h"
 #include "TriangleAroundVertexIterator.h"
 #include "core/Dt2.h"
-#include "core/SplitOps.h"
+#include "core/EdgeLegality.h"
+#include "core/MeshRewiring.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
 #include <cfloat>
@@ -160,18 +161,13 @@ Triangle2* Chunk::localInsertVertex(VtxRecIt it, Triangle2* pCurTriangle) {
   // flipped away first thing, since the far triangle's circle holds every
   // inner point of the edge strictly.
   Triangle2* pResult(localInitVCheckT13(pCurTriangle, pVtx));
+  // A chunk ignores constraint edges, as its class contract says.
   flipLinkEdges(
       vLocalCheckT,
-      [this, pVtx](Triangle2* pT, Triangle2* pNeig) {
-        if (!bFastMode) return kiroTest.circleInc3state(pNeig, pVtx) == CINC2_INCIRCLE;
-        const int cheap(kiroTest.circleInc3stateCheap(pNeig, pVtx));
-        if (cheap != 0) return static_cast<CircleState2>(cheap) == CINC2_INCIRCLE;
-        // The zero-area triangle must go even where the filter is undecided.
-        if (kiroTest.getOrientation2(pT->getCorner(0), pT->getCorner(1), pT->getCorner(2)) != ORIENTATION2_COLLINEAR)
-          return false;
-        return kiroTest.circleInc3state(pNeig, pVtx) == CINC2_INCIRCLE;
+      [this](Triangle2* pT) {
+        return mustFlipEdge(kiroTest, bFastMode, pT, 0, [](const Triangle2*, int) { return false; });
       },
-      [this](Triangle2* pT) { pDt2->flip(pT, 0); });
+      [](Triangle2* pT) { flipEdge(pT, 0); });
   return pResult;
 }
 

@@ -3,6 +3,8 @@
 #include "MsgBase.h"
 #include "Point2.h"
 #include "Triangle2.h"
+#include "core/EdgeLegality.h"
+#include "core/MeshRewiring.h"
 #include "core/PoolIndex.h"
 #include "core/VertexVault.h"
 #include "kernel/KiroTest.h"
@@ -36,6 +38,17 @@ class Visualizer2;
  *   all triangles: its blocks hold them in order of allocation, and a dead
  *   one has no corners. (No separate vector of all triangles: at two per
  *   vertex it would cost 16 bytes per vertex.) */
+/** Where a walk ended (locateConflictTriangle). A hull result is the index
+ * of the hull edge of the final triangle that p sees or lies on. */
+enum LocateResult {
+  LR_INSIDE = -1,   // p lies in the triangle: strictly inside, or on the inner edge edgeIdx
+  LR_HULL_EDGE0 = 0, // p lies beyond or on hull edge 0, 1 or 2 of the triangle
+  LR_HULL_EDGE1 = 1,
+  LR_HULL_EDGE2 = 2,
+  LR_VERTEX = 4     // p equals a corner of the triangle
+};
+inline bool isHullResult(LocateResult r) { return r >= LR_HULL_EDGE0 && r <= LR_HULL_EDGE2; }
+
 class Dt2 {
 public:
   explicit Dt2(unsigned numPoints);
@@ -43,21 +56,40 @@ public:
   Dt2(const Dt2&) = delete;
   Dt2& operator=(const Dt2&) = delete;
 
-  // Single-point insertion
+  // -------------------------------------------------------------------------
+  // Frame (Dt2.cpp): the triangle supply, elementary rewiring and the one
+  // edge-legality decision
+  Triangle2* createTriangle(Point2* p0, Point2* p1, Point2* p2);
+  void flip(Triangle2* pT, int ith) { flipEdge(pT, ith); }
+  void linkPair(Triangle2* pT, int i, Triangle2* pN, int j) { KIRO_VASK2D::linkPair(pT, i, pN, j); }
+  bool canBeFlipped(Triangle2* pT, int ith);
+  /** Whether edge i of pT must flip: see mustFlipEdge. Removal and
+   * bfsFlipIncident pass bHonourFastMode false: they are always exact. */
+  bool mustFlip(Triangle2* pT, int i, bool bHonourFastMode) {
+    return mustFlipEdge(kiroTest, bFastMode && bHonourFastMode, pT, i,
+                        [this](const Triangle2* pE, int k) { return isConstraintEdge(pE, k); });
+  }
+  /** Whether edge i of pT carries an alive constraint segment. No segment
+   * exists yet in this triangulation, so no edge does. */
+  bool isConstraintEdge(const Triangle2*, int) const { return false; }
+  /** Called where a new vertex splits edge (p0, p1) of the mesh: the hook by
+   * which a constraint segment over that edge is split too. */
+  void onEdgeSplit(Point2*, Point2*, Point2*) {}
+
+  // -------------------------------------------------------------------------
+  // Single-point insertion (Dt2_insert.cpp)
   Point2* insert(const Point2& p);
   Triangle2* insertVertex(Point2* pVtx, Triangle2* pStart);
-  int locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx);
-  Triangle2* triangulateCoplanarOrDuplicate(Point2* pVtx, Triangle2* pT, int state);
-  Triangle2* createTriangle(Point2* p0, Point2* p1, Point2* p2);
+  LocateResult locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx);
+  Triangle2* triangulateCoplanarOrDuplicate(Point2* pVtx, Triangle2* pT, LocateResult state);
   Triangle2* initVCheckT13(Triangle2* pT, Point2* pVtx);
   Triangle2* initVCheckT24(Triangle2* pT, Point2* pVtx, int ith);
   Triangle2* insertVertexCH(Point2* pVtx, Triangle2* pT, int ith);
-  void flip(Triangle2* pT, int ith);
-  bool canBeFlipped(Triangle2* pT, int ith);
   void bfsFlipIncident(Point2* pVtx);
   bool createFullDimTriangle(size_t numPreExistingVtx);
 
-  // Batch insertion
+  // -------------------------------------------------------------------------
+  // Batch insertion (Dt2_batch.cpp)
   void insertVector(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles);
   void insert(int numPoints, double* aCoordinates, Point2** aHandles);
   void insertToVVault(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles);
@@ -66,10 +98,31 @@ public:
   void getFreshTriangles(unsigned num, std::vector<Triangle2*>& vFreshTriangles);
   void returnFreshTriangles(std::vector<Triangle2*>& vTriangles);
 
-  // Removal of a hull vertex (the fake box corners leave this way)
-  void removeHullVertex(Point2* pVtx, bool bUpdateVault);
+  // -------------------------------------------------------------------------
+  // Vertex removal (Dt2_removal.cpp)
 
-  // Queries and validation
+  /** Takes a vertex out of the triangulation by flips only: no triangle is
+   * allocated. Refuses (warning, no change) a null pointer and a vertex that
+   * is not an active vertex of this triangulation (removed before, a
+   * duplicate's handle, another triangulation's vertex). Removing the last
+   * triangle's corner returns to the collinear state; in the collinear
+   * state the point just leaves the vault. Every other handle stays valid. */
+  void remove(Point2* pVtx);
+  /** Removal of a hull vertex from the mesh; the fake box corners leave this
+   * way, without a vault record (bUpdateVault false). */
+  void removeHullVertex(Point2* pVtx, bool bUpdateVault);
+  /** Lowers the degree of pVtx by one when the ear (a, b, q) at pT can be cut
+   * off: see the contract of cutEar. Returns the triangle that continues
+   * the fan of pVtx, or null when there is no ear at pT. */
+  Triangle2* removeEar(Point2* pVtx, Triangle2* pT);
+  /** Position of pVtx among the vertices this triangulation's pool handed
+   * out; false for any other pointer, which is never dereferenced. */
+  bool getVertexPoolIndex(const Point2* pVtx, size_t& index) const;
+  /** The vertices taken out by remove, in order of removal. */
+  const std::vector<Point2*>& getRemovedVertices() const { return vRemovedVertices; }
+
+  // -------------------------------------------------------------------------
+  // Queries and validation (Dt2_queries.cpp)
   Triangle2* locate(const Point2& p);
   Triangle2* getAdjacentTriangle(Point2* p0, Point2* p1) const;
   void getIncidentTriangles(Point2* pVtx, std::vector<Triangle2*>& vIncT) const;
@@ -84,16 +137,15 @@ public:
   bool checkValidity(bool bCheckEmptyCircle, const std::string& name);
   void statistics(const std::string& name) const;
   double measureTriangulationTime(const std::vector<Point2>& vPoints) const;
-
-  // Drawing
   /** Writes the whole triangulation to a one-page PostScript file. */
   void show(const char* filename, bool bWithConstraints) const;
   /** Adds every edge once to pVis, without closing it; without area it
    * logs a warning and adds nothing. */
   void show(Visualizer2* pVis, bool bWithConstraints) const;
-  bool hasArea() const { return *pBFullDimensional; }
 
-  // Counts and settings
+  // -------------------------------------------------------------------------
+  // Counts and settings (Dt2.cpp)
+  bool hasArea() const { return *pBFullDimensional; }
   unsigned numberOfTriangles() const;
   unsigned numberOfPoints() const { return vertexVault.numberOfPoints(); }
   void getTrianglePointers(std::vector<Triangle2*>& vAllTriangles) const;
@@ -117,66 +169,17 @@ public:
   /** Hilbert index of a position; positions outside the curve's box fall
    * into its border cells, so any point gets a valid (maybe poor) index. */
   uint32_t getHilbertIndex(double x, double y) const { return hc2.getKey(x, y); }
-  void linkPair(Triangle2* pT, int i, Triangle2* pN, int j);
 
 private:
+  // Frame
   bool addToBox(const Point2& p);
   void growBox();
   void resetHilbertKey();
-  int hullStep(const Point2& p, Triangle2*& pT, int e);
+  // Insertion
+  LocateResult hullStep(const Point2& p, Triangle2*& pT, int e);
   void walkHull(Triangle2* pT, int ith, const Point2* p, bool bLeft, std::vector<std::pair<Triangle2*, int> >& vOut);
+  // Removal
   void flipSweep(std::vector<Triangle2*>& vStart);
-  CircleState2 flipTest(Triangle2* pNeig, const Point2* p) {
-    // Fast mode leaves near-cocircular configurations unflipped instead of
-    // asking the rationals: every answer but CINC2_INCIRCLE means "keep".
-    if (bFastMode) {
-      const int cheap(kiroTest.circleInc3stateCheap(pNeig, p));
-      return cheap == 0 ? CINC2_ZERO : static_cast<CircleState2>(cheap);
-    }
-    return kiroTest.circleInc3state(pNeig, p);
-  }
-
-  std::mutex mtxFreshGet;
-  std::mutex mtxFreshReturn;
-  int numCPU;
-  std::map<std::string, std::pair<int, double> > mDevValues;
-  HC2 hc2;
-  VertexVault vertexVault;
-  bool* pBFullDimensional;
-  KiroTest kiroTest;
-  Bbox2 bbox;
-  SimplePool<Triangle2> trianglePool;
-  SimplePool<Point2> vertexPool;
-  std::vector<Triangle2*> vDeadT;
-  size_t numAllT;
-  std::vector<Triangle2*> vCheckT;
-  std::vector<std::pair<Triangle2*, int> > vHullL, vHullR;
-  std::vector<Triangle2*> vCandidates, vNextCandidates;
-  bool bFastMode;
-  std::string name;
-  ProgressPublisher progress;
-
-  // -------------------------------------------------------------------------
-  // Vertex removal
-public:
-  /** Takes a vertex out of the triangulation by flips only: no triangle is
-   * allocated. Refuses (warning, no change) a null pointer and a vertex that
-   * is not an active vertex of this triangulation (removed before, a
-   * duplicate's handle, another triangulation's vertex). Removing the last
-   * triangle's corner returns to the collinear state; in the collinear
-   * state the point just leaves the vault. Every other handle stays valid. */
-  void remove(Point2* pVtx);
-  /** Lowers the degree of pVtx by one when the ear (a, b, q) at pT can be cut
-   * off: see the contract in Dt2.cpp. Returns the triangle that continues
-   * the fan of pVtx, or null when there is no ear at pT. */
-  Triangle2* removeEar(Point2* pVtx, Triangle2* pT);
-  /** Position of pVtx among the vertices this triangulation's pool handed
-   * out; false for any other pointer, which is never dereferenced. */
-  bool getVertexPoolIndex(const Point2* pVtx, size_t& index) const;
-  /** The vertices taken out by remove, in order of removal. */
-  const std::vector<Point2*>& getRemovedVertices() const { return vRemovedVertices; }
-
-private:
   bool isVertexOfThis(Point2* pVtx, size_t& poolIndex) const;
   void removeInnerVertex(Point2* pVtx);
   void mergeDegree3(Point2* pVtx, Triangle2* pT);
@@ -186,12 +189,34 @@ private:
   void sweepEdge(Triangle2* pT, int k);
   void watchDogFailed(Point2* pVtx);
 
+  std::mutex mtxFreshGet;
+  std::mutex mtxFreshReturn;
+  int numCPU;
+  std::map<std::string, std::pair<int, double> > mDevValues;
   std::vector<Point2*> vRemovedVertices;
+  HC2 hc2;
+  VertexVault vertexVault;
+  bool* pBFullDimensional;
+  KiroTest kiroTest;
+  Bbox2 bbox;
+  SimplePool<Triangle2> trianglePool;
+  SimplePool<Point2> vertexPool;
   mutable PoolIndex<Point2> vertexPoolIndex;
-  std::vector<Triangle2*> vUmbrellaT;               // the fan of the vertex being removed
-  std::vector<Triangle2*> vEarT;                    // its ears, in the order of cutting
-  std::vector<Triangle2*> vRemainingT;              // its last three triangles
+  std::vector<Triangle2*> vDeadT;
+  size_t numAllT;
+  std::vector<Triangle2*> vCheckT;
+  std::vector<std::pair<Triangle2*, int> > vHullL, vHullR;   // visible hull edges of insertVertexCH
+  std::vector<Triangle2*> vCandidates, vNextCandidates;      // rounds of its flip sweep
+  std::vector<Triangle2*> vUmbrellaT;                         // the fan of the vertex being removed
+  std::vector<Triangle2*> vEarT;                              // its ears, in the order of cutting
+  std::vector<Triangle2*> vRemainingT;                        // its last three triangles
   std::vector<std::pair<Triangle2*, int> > vSweepE, vSweepNextE; // rounds of the removal's flip sweep
+  bool bFastMode;
+  /** Set only while triangles are cut in; insertion then flips nothing but
+   * zero-area triangles at the hull. */
+  bool bSuppressFlips;
+  std::string name;
+  ProgressPublisher progress;
 };
 
 } // namespace KIRO_VASK2D

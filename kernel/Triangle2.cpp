@@ -2,7 +2,7 @@
 #include "Predicates2.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
-#include "support/tools.h"
+#include "kernel/tools.h"
 #include <cassert>
 #include <cmath>
 #include <iostream>

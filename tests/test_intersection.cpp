@@ -6,7 +6,7 @@
 #include "freeFunctions.h"
 #include "helpers/ExactOracle.h"
 #include "kernel/KiroTest.h"
-#include "support/tools.h"
+#include "kernel/tools.h"
 #include <gtest/gtest.h>
 #include <cfloat>
 #include <cmath>

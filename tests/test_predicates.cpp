@@ -7,7 +7,7 @@
 #include "helpers/ExactOracle.h"
 #include "helpers/TestHelpers.h"
 #include "kernel/KiroTest.h"
-#include "support/tools.h"
+#include "kernel/tools.h"
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <cfenv>

@@ -1,4 +1,4 @@
-#include "support/tools.h"
+#include "kernel/tools.h"
 #include "Predicates2.h"
 #include "freeFunctions.h"
 #include "kernel/KiroTest.h"

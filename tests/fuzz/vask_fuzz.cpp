@@ -81,7 +81,7 @@ Outcome runIsolated(const Case& c, double timeout) {
         std::string s(line);
         while (!s.empty() && (s.back() == '\n' || s.back() == '\r' || s.back() == ' ')) s.pop_back();
         while (!s.empty() && s[0] == ' ') s.erase(0, 1);
-        if (s.find("Condition [") != std::string::npos && condition.empty()) condition = s;
+        if (s.find("Condition [") != std::string::npos && s.find("[Vask2D-Message]") == std::string::npos && condition.empty()) condition = s;
         else if (!condition.empty() && place.empty() && !s.empty()) place = s;
       }
       if (!condition.empty()) {

@@ -3,6 +3,9 @@
 // "status: open" records a defect not yet fixed; it is reported as skipped
 // until the line goes.
 #include "fuzz/FuzzCase.h"
+#include "helpers/TestHelpers.h"
+#include "Triangle2.h"
+#include <cmath>
 #include <algorithm>
 #include <dirent.h>
 #include <fstream>
@@ -80,6 +83,48 @@ TEST(FuzzCaseText, RoundTripsExactly) {
   EXPECT_FALSE(vask_fuzz::fromText("insert 1\n", bad, error));
   EXPECT_FALSE(vask_fuzz::fromText("twist 1 2\n", bad, error));
   EXPECT_FALSE(vask_fuzz::fromText("insert 1 x\n", bad, error));
+}
+
+// The checker itself, on hand-made meshes: without triangles it wants
+// collinear, distinct vertices; a constraint edge is exempt from the
+// empty-circle test; the tolerance for fast mode lets near-cocircular
+// quadrilaterals pass but not clearly bad ones.
+TEST(IndependentValidator, JudgesCollinearStatesConstraintsAndNearCocircularEdges) {
+  using KIRO_VASK2D::Point2;
+  using KIRO_VASK2D::Triangle2;
+  Point2 a(0, 0), b(1, 1.0 / 3), c(3, 1), d(0.5, 7);
+  EXPECT_TRUE(vask_test::validate({}, {&a, &b}, vask_test::ValidateOptions()).ok);
+  Point2 onLine(6, 2);
+  EXPECT_TRUE(vask_test::validate({}, {&a, &c, &onLine}, vask_test::ValidateOptions()).ok);
+  EXPECT_FALSE(vask_test::validate({}, {&a, &b, &c}, vask_test::ValidateOptions()).ok); // b is off by rounding
+  Point2 aCopy(-0.0, 0.0);
+  EXPECT_FALSE(vask_test::validate({}, {&a, &aCopy}, vask_test::ValidateOptions()).ok);
+
+  // Two triangles over the diagonal p0 p2 of a quadrilateral; q3 far inside
+  // or on the circle of the first.
+  auto check = [](Point2 q3, const vask_test::ValidateOptions& options) {
+    Point2 q0(0, 0), q1(2, 0), q2(2, 2);
+    Triangle2 t0(&q0, &q1, &q2), t1(&q0, &q2, &q3);
+    t0.setOppTriangle(1, &t1);
+    t1.setOppTriangle(2, &t0);
+    q0.setIncidentTriangle(&t0);
+    q1.setIncidentTriangle(&t0);
+    q2.setIncidentTriangle(&t0);
+    q3.setIncidentTriangle(&t1);
+    return vask_test::validate({&t0, &t1}, {&q0, &q1, &q2, &q3}, options).ok;
+  };
+  vask_test::ValidateOptions strict, exempt, tolerant;
+  exempt.isConstraint = [](const Point2* p, const Point2* q) {
+    return (*p == Point2(0, 0) && *q == Point2(2, 2)) || (*q == Point2(0, 0) && *p == Point2(2, 2));
+  };
+  tolerant.bTolerateNearCocircular = true;
+  EXPECT_TRUE(check(Point2(0, 2), strict));                // cocircular
+  EXPECT_FALSE(check(Point2(0.5, 1.5), strict));           // clearly inside
+  EXPECT_TRUE(check(Point2(0.5, 1.5), exempt));
+  EXPECT_FALSE(check(Point2(0.5, 1.5), tolerant));
+  const Point2 justInside(1e-17, 2); // inside by about 2e-17 in the squared distance
+  EXPECT_FALSE(check(justInside, strict));
+  EXPECT_TRUE(check(justInside, tolerant));
 }
 
 } // namespace

@@ -332,6 +332,7 @@ int main(int argc, char** argv) {
   Stats stats;
   const Clock::time_point t0(Clock::now());
   double nextReport(opt.report);
+  long casesAtReport(-1);
   for (long k = 0; opt.cases < 0 || k < opt.cases; ++k) {
     if (opt.seconds > 0 && secondsSince(t0) >= opt.seconds) break;
     const std::string& family(opt.vFamilies[static_cast<std::size_t>(k) % opt.vFamilies.size()]);
@@ -363,9 +364,10 @@ int main(int argc, char** argv) {
     }
     if (opt.report > 0 && secondsSince(t0) >= nextReport) {
       stats.print(secondsSince(t0));
-      nextReport += opt.report;
+      casesAtReport = stats.cases;
+      while (nextReport <= secondsSince(t0)) nextReport += opt.report;
     }
   }
-  stats.print(secondsSince(t0));
+  if (casesAtReport != stats.cases) stats.print(secondsSince(t0));
   return stats.failures == 0 ? 0 : 1;
 }

@@ -5,7 +5,10 @@
 //
 //   vask_fuzz [--seconds S] [--cases N] [--seed S] [--families a,b,..]
 //             [--max-points M] [--timeout T] [--out DIR] [--report R]
-//             [--shrink-seconds S] [--replay FILE]
+//             [--shrink-seconds S] [--replay FILE] [--case-seed S --families F]
+//
+// --case-seed regenerates the one case a failure report names (its family
+// and seed) and shrinks it again.
 #include "fuzz/FuzzCase.h"
 #include <cctype>
 #include <cerrno>
@@ -22,6 +25,7 @@
 #include <poll.h>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,6 +50,8 @@ struct Options {
   double report = 60;
   std::string outDir = ".";
   std::string replay;
+  std::uint64_t caseSeed = 0; // with one family: run that one case only
+  bool bCaseSeed = false;
 };
 
 // Runs the case in a child process: a crash, an exception or a walk that
@@ -64,6 +70,11 @@ Outcome runIsolated(const Case& c, double timeout) {
   }
   if (pid == 0) {
     close(fds[0]);
+    // The time limit counts the child's processor time, so that a machine
+    // busy with other work does not turn a slow case into a hang.
+    const rlim_t seconds(static_cast<rlim_t>(std::max(1.0, std::ceil(timeout))));
+    const rlimit cpu = {seconds, seconds + 1};
+    setrlimit(RLIMIT_CPU, &cpu);
     // The library's output (warnings for refused input, the text of a
     // failed condition) goes to a scratch file; the condition is kept.
     std::FILE* pOut(std::tmpfile());
@@ -104,8 +115,9 @@ Outcome runIsolated(const Case& c, double timeout) {
   std::string text;
   const Clock::time_point t0(Clock::now());
   bool bTimedOut(false);
+  const double wallLimit(10.0 * timeout + 10.0); // a child that waits on something
   for (;;) {
-    const double left(timeout - secondsSince(t0));
+    const double left(wallLimit - secondsSince(t0));
     if (left <= 0) {
       bTimedOut = true;
       break;
@@ -124,14 +136,18 @@ Outcome runIsolated(const Case& c, double timeout) {
   int status(0);
   waitpid(pid, &status, 0);
   Outcome o;
-  if (bTimedOut) {
+  if (bTimedOut || (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU)) {
     o.ok = false;
+    o.step = c.vOps.empty() ? 0 : c.vOps.size() - 1;
     o.kind = "timeout";
-    o.message = "no answer within " + std::to_string(timeout) + " s (a walk that never ends?)";
+    char buf[96];
+    std::snprintf(buf, sizeof buf, "no answer within %g s of processor time (a walk that never ends?)", timeout);
+    o.message = buf;
     return o;
   }
   if (WIFSIGNALED(status)) {
     o.ok = false;
+    o.step = c.vOps.empty() ? 0 : c.vOps.size() - 1;
     o.kind = "crash";
     o.message = std::string("crash: ") + strsignal(WTERMSIG(status));
     return o;
@@ -141,6 +157,7 @@ Outcome runIsolated(const Case& c, double timeout) {
   if (!(in >> ok >> o.step >> o.numSteps)) {
     o.ok = false;
     o.kind = "crash";
+    o.step = c.vOps.empty() ? 0 : c.vOps.size() - 1;
     o.message = "child ended without a report, exit status " + std::to_string(WEXITSTATUS(status));
     return o;
   }
@@ -157,7 +174,9 @@ Outcome runIsolated(const Case& c, double timeout) {
 Case shrink(const Case& original, const Outcome& first, double timeout, double budget, std::size_t& numTrials) {
   const Clock::time_point t0(Clock::now());
   Case best(original);
-  if (first.step + 1 < best.vOps.size()) best.vOps.resize(first.step + 1);
+  // A hang or a crash gives no step: then the whole case is the start.
+  const bool bStepKnown(first.kind != "timeout" && first.kind != "crash");
+  if (bStepKnown && first.step + 1 < best.vOps.size()) best.vOps.resize(first.step + 1);
   auto stillFails = [&](const Case& c) {
     if (secondsSince(t0) > budget) return false;
     ++numTrials;
@@ -252,7 +271,8 @@ std::string writeFailure(const Options& opt, const Case& c, const Outcome& o, st
 
 void usage() {
   std::fprintf(stderr, "usage: vask_fuzz [--seconds S] [--cases N] [--seed S] [--families a,b] [--max-points M]\n"
-                       "                 [--timeout T] [--out DIR] [--report R] [--shrink-seconds S] [--replay FILE]\n");
+                       "                 [--timeout T] [--out DIR] [--report R] [--shrink-seconds S] [--replay FILE]\n"
+                       "                 [--case-seed S --families F]\n");
   std::exit(2);
 }
 
@@ -299,6 +319,10 @@ int main(int argc, char** argv) {
     else if (a == "--report") opt.report = std::atof(v.c_str());
     else if (a == "--shrink-seconds") opt.shrinkSeconds = std::atof(v.c_str());
     else if (a == "--replay") opt.replay = v;
+    else if (a == "--case-seed") {
+      opt.caseSeed = std::strtoull(v.c_str(), nullptr, 10);
+      opt.bCaseSeed = true;
+    }
     else usage();
   }
   if (!opt.replay.empty()) {
@@ -339,7 +363,8 @@ int main(int argc, char** argv) {
     std::uint64_t z(opt.seed + 0x9E3779B97F4A7C15ULL * static_cast<std::uint64_t>(k + 1)); // splitmix64
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    const Case c(generateCase(family, z ^ (z >> 31), opt.maxPoints));
+    const Case c(generateCase(family, opt.bCaseSeed ? opt.caseSeed : z ^ (z >> 31), opt.maxPoints));
+    if (opt.bCaseSeed) opt.cases = 1;
     const Outcome o(runIsolated(c, opt.timeout));
     ++stats.cases;
     ++stats.mCasesPerFamily[family];
@@ -353,9 +378,12 @@ int main(int argc, char** argv) {
       std::fflush(stdout);
       std::size_t numTrials(0);
       const double trialTimeout(o.kind == "timeout" ? std::min(opt.timeout, 5.0) : opt.timeout);
-      const Case small(shrink(c, o, trialTimeout, opt.shrinkSeconds, numTrials));
+      Case small(shrink(c, o, trialTimeout, opt.shrinkSeconds, numTrials));
       Outcome so(runIsolated(small, opt.timeout));
-      if (so.ok) so = o; // should not happen: shrinking keeps only failing cases
+      if (so.ok) { // a failure that does not repeat: keep the whole case
+        small = c;
+        so = o;
+      }
       const std::string path(writeFailure(opt, small, so, c.vOps.size(), c.numPoints()));
       stats.vFiles.push_back(path);
       std::printf("[vask_fuzz] shrunk in %zu trials to %zu operations and %zu points: %s\n", numTrials,

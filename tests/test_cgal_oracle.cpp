@@ -1,6 +1,7 @@
 // CGAL's Delaunay triangulation as an oracle: on points in general position
 // the Delaunay triangulation is unique, so both must give the same triangles.
 #include "Vask_2D.h"
+#include "helpers/CgalCanonical.h"
 #include "helpers/TestHelpers.h"
 #include <CGAL/Delaunay_triangulation_2.h>
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
@@ -18,22 +19,7 @@ std::vector<vask_test::CanonicalTriangle> cgalTriangles(const std::vector<Point2
   for (const Point2& p : vPoints) vCgal.emplace_back(p.x(), p.y());
   CgalDt dt;
   dt.insert(vCgal.begin(), vCgal.end());
-  std::vector<vask_test::CanonicalTriangle> vOut;
-  for (CgalDt::Finite_faces_iterator f = dt.finite_faces_begin(); f != dt.finite_faces_end(); ++f) {
-    Point2 c[3];
-    for (int i = 0; i < 3; ++i) c[i] = Point2(f->vertex(i)->point().x(), f->vertex(i)->point().y());
-    int s(0);
-    for (int i = 1; i < 3; ++i)
-      if (c[i] < c[s]) s = i;
-    vask_test::CanonicalTriangle t;
-    for (int k = 0; k < 3; ++k) {
-      t[2 * k] = c[(s + k) % 3].x();
-      t[2 * k + 1] = c[(s + k) % 3].y();
-    }
-    vOut.push_back(t);
-  }
-  std::sort(vOut.begin(), vOut.end());
-  return vOut;
+  return vask_test::cgalCanonicalTriangles(dt);
 }
 
 } // namespace

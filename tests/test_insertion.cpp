@@ -8,7 +8,10 @@
 #include <cfloat>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <limits>
+#include <random>
+#include <vector>
 
 using namespace KIRO_VASK2D;
 using vask_test::validate;
@@ -261,5 +264,52 @@ TEST(Insertion, LongWalksTurnRandomAndStillArrive) {
       EXPECT_EQ(pT->getOppositeTriangle(state), nullptr);
       EXPECT_EQ(q.x(), 500);
     }
+  }
+}
+
+// Points on an inner edge beside a corner of degree 3 (one outer triangle
+// borders both split triangles), and near-collinear runs that land points
+// on inner edges beside nearly flat triangles: valid Delaunay meshes in
+// single and batch insertion alike.
+TEST(Insertion, PointsOnEdgesBesideDegree3CornersAndFlatTrianglesKeepTheMeshValid) {
+  const std::vector<std::vector<Point2> > vCases = {
+      {Point2(0, 0), Point2(4, 0), Point2(0, 4), Point2(1, 1), Point2(2.5, 0.5)},
+      {Point2(-14.99, -4.8966666666666665), Point2(-14.970000000000001, 15.779),
+       Point2(-14.81, 15.666999999999998), Point2(-15, -4.9000000000000004), Point2(-14.82, -4.8399999999999999),
+       Point2(-14.92, -4.8733333333333331)}};
+  for (const std::vector<Point2>& vPoints : vCases) {
+    Vask_2D single;
+    for (const Point2& p : vPoints) {
+      single.insert(p);
+      EXPECT_VALID(single);
+    }
+    Vask_2D batch;
+    batch.insert(vPoints);
+    EXPECT_VALID(batch);
+  }
+}
+
+TEST(Insertion, ShuffledPointsOnFewLinesWithUlpNudgesGiveValidMeshes) {
+  for (unsigned seed = 0; seed < 12; ++seed) {
+    std::mt19937_64 gen(seed);
+    std::uniform_real_distribution<double> start(-20, 20), step(-1, 1);
+    std::vector<Point2> vPoints;
+    for (unsigned line = 0; line < 2 + seed % 2; ++line) {
+      const double x0(start(gen)), y0(start(gen)), dx(step(gen) / 3), dy(step(gen) / 7);
+      for (int i = 0; i < 400; ++i) {
+        double x(x0 + i * dx), y(y0 + i * dy);
+        if (gen() % 5 == 0) x = std::nextafter(x, gen() % 2 ? DBL_MAX : -DBL_MAX);
+        if (gen() % 7 == 0) y = std::nextafter(std::nextafter(y, DBL_MAX), DBL_MAX);
+        vPoints.emplace_back(x, y);
+      }
+    }
+    std::shuffle(vPoints.begin(), vPoints.end(), gen);
+    Vask_2D dt;
+    if (seed % 2 == 0) {
+      dt.insert(vPoints);
+    } else {
+      for (const Point2& p : vPoints) dt.insert(p);
+    }
+    EXPECT_VALID(dt);
   }
 }

@@ -19,6 +19,7 @@
 #ifdef VASK2D_TEST_WITH_CGAL
 #include <CGAL/Delaunay_triangulation_2.h>
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
+#include "helpers/CgalCanonical.h"
 #endif
 
 using namespace KIRO_VASK2D;
@@ -671,20 +672,7 @@ TEST(RemovalOracle, SameTrianglesAsCgalAfterRemovingHalf) {
       dt.remove(vHandles[i]);
       cgal.remove(vCgal[i]);
     }
-    std::vector<vask_test::CanonicalTriangle> vExpected;
-    for (CgalDt::Finite_faces_iterator f = cgal.finite_faces_begin(); f != cgal.finite_faces_end(); ++f) {
-      K::Point_2 c[3] = {f->vertex(0)->point(), f->vertex(1)->point(), f->vertex(2)->point()};
-      int s(0);
-      for (int i = 1; i < 3; ++i)
-        if (c[i].x() < c[s].x() || (c[i].x() == c[s].x() && c[i].y() < c[s].y())) s = i;
-      vask_test::CanonicalTriangle t;
-      for (int k = 0; k < 3; ++k) {
-        t[2 * k] = c[(s + k) % 3].x();
-        t[2 * k + 1] = c[(s + k) % 3].y();
-      }
-      vExpected.push_back(t);
-    }
-    std::sort(vExpected.begin(), vExpected.end());
+    const std::vector<vask_test::CanonicalTriangle> vExpected(vask_test::cgalCanonicalTriangles(cgal));
     EXPECT_EQ(vask_test::canonicalTriangles(dt), vExpected) << "seed " << seed;
   }
 }

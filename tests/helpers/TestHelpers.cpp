@@ -416,22 +416,24 @@ Validation validate(KIRO_VASK2D::Vask_2D& dt, const ValidateOptions& options) {
   return v;
 }
 
+CanonicalTriangle canonicalTriangle(const Point2& a, const Point2& b, const Point2& c) {
+  const Point2* aCorner[3] = {&a, &b, &c};
+  int s(0);
+  for (int i = 1; i < 3; ++i)
+    if (*aCorner[i] < *aCorner[s]) s = i;
+  CanonicalTriangle t;
+  for (int k = 0; k < 3; ++k) {
+    t[2 * k] = aCorner[(s + k) % 3]->x();
+    t[2 * k + 1] = aCorner[(s + k) % 3]->y();
+  }
+  return t;
+}
+
 std::vector<CanonicalTriangle> canonicalTriangles(KIRO_VASK2D::Vask_2D& dt) {
   std::vector<Triangle2*> vT;
   dt.getTrianglePointers(vT);
   std::vector<CanonicalTriangle> vOut;
-  for (const Triangle2* pT : vT) {
-    int s(0);
-    for (int i = 1; i < 3; ++i)
-      if (*pT->getCorner(i) < *pT->getCorner(s)) s = i;
-    CanonicalTriangle t;
-    for (int k = 0; k < 3; ++k) {
-      const Point2* p(pT->getCorner((s + k) % 3));
-      t[2 * k] = p->x();
-      t[2 * k + 1] = p->y();
-    }
-    vOut.push_back(t);
-  }
+  for (const Triangle2* pT : vT) vOut.push_back(canonicalTriangle(*pT->getCorner(0), *pT->getCorner(1), *pT->getCorner(2)));
   std::sort(vOut.begin(), vOut.end());
   return vOut;
 }

@@ -80,6 +80,9 @@ Validation validate(KIRO_VASK2D::Vask_2D& dt, const ValidateOptions& options);
 /** The triangles as coordinate triples, each rotated to start at its
  * smallest corner, sorted: a canonical form for comparing meshes. */
 typedef std::array<double, 6> CanonicalTriangle;
+/** One triangle, rotated to start at its smallest corner (x, then y). */
+CanonicalTriangle canonicalTriangle(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b,
+                                    const KIRO_VASK2D::Point2& c);
 std::vector<CanonicalTriangle> canonicalTriangles(KIRO_VASK2D::Vask_2D& dt);
 
 } // namespace vask_test

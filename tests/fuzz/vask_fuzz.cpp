@@ -365,7 +365,10 @@ int main(int argc, char** argv) {
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
     const Case c(generateCase(family, opt.bCaseSeed ? opt.caseSeed : z ^ (z >> 31), opt.maxPoints));
     if (opt.bCaseSeed) opt.cases = 1;
-    const Outcome o(runIsolated(c, opt.timeout));
+    // Long cases of slow families (subnormals go to rationals) get time in
+    // proportion to their length.
+    const double caseTimeout(opt.timeout * std::max(1.0, static_cast<double>(c.vOps.size()) / 300.0));
+    const Outcome o(runIsolated(c, caseTimeout));
     ++stats.cases;
     ++stats.mCasesPerFamily[family];
     const std::size_t numRun(o.ok ? c.vOps.size() : std::min(c.vOps.size(), o.step + 1));
@@ -377,9 +380,9 @@ int main(int argc, char** argv) {
                   static_cast<unsigned long long>(c.seed), o.step + 1, c.vOps.size(), o.message.c_str());
       std::fflush(stdout);
       std::size_t numTrials(0);
-      const double trialTimeout(o.kind == "timeout" ? std::min(opt.timeout, 5.0) : opt.timeout);
+      const double trialTimeout(o.kind == "timeout" ? std::min(caseTimeout, 5.0) : caseTimeout);
       Case small(shrink(c, o, trialTimeout, opt.shrinkSeconds, numTrials));
-      Outcome so(runIsolated(small, opt.timeout));
+      Outcome so(runIsolated(small, caseTimeout));
       if (so.ok) { // a failure that does not repeat: keep the whole case
         small = c;
         so = o;

@@ -234,7 +234,7 @@ bool certainInDoubles(const Point2* const q[4], int ref) {
 
 // d lies inside the circle through a, b, c by more than a double
 // evaluation can see, from whichever of the four points it is computed:
-// fast mode may leave anything less unflipped.
+// fast mode's flip loop may leave anything less unflipped.
 bool clearlyInCircle(const Point2& a, const Point2& b, const Point2& c, const Point2& d) {
   const Point2* q[4] = {&a, &b, &c, &d};
   for (int ref = 0; ref < 4; ++ref)

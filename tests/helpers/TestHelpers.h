@@ -52,8 +52,9 @@ struct ValidateOptions {
   /** Test at most this many inner edges, evenly spread. */
   std::size_t maxEmptyCircleTests = static_cast<std::size_t>(-1);
   /** Count a point inside a neighbour's circumcircle only when it lies
-   * inside by more than double rounding can hide: what a triangulation
-   * built in fast mode promises. */
+   * inside by more than double rounding can hide: edges that fast mode's
+   * flip loop keeps undecided pass (only until a later change builds on
+   * them). */
   bool bTolerateNearCocircular = false;
   /** Edges exempt from the empty-circle test; none when empty. */
   EdgePredicate isConstraint;

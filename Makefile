@@ -1,9 +1,12 @@
 # make test   installs what is missing, builds and runs every test
 # make demo   builds and runs the main example
 # make bench  runs the benchmarks against CGAL
+# make fuzz   runs the mesh fuzzer with random seeds for FUZZ_SECONDS (600);
+#             shrunk failures land in tests/data/fuzz_*.txt
 # SANITIZE=1  builds and tests with AddressSanitizer and UBSan in build-san/
 BUILD_TYPE ?= Release
 JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 600
 ifeq ($(SANITIZE),1)
 BUILD ?= build-san
 CMAKE_FLAGS += -DVASK2D_SANITIZE=ON -DVASK2D_BUILD_BENCH=OFF
@@ -13,7 +16,7 @@ endif
 
 PACKAGES = g++ cmake make pkg-config libgmp-dev libgtest-dev libbenchmark-dev libcgal-dev ghostscript
 
-.PHONY: all deps configure build test demo bench clean
+.PHONY: all deps configure build test demo bench fuzz clean
 all: build
 
 deps:
@@ -41,5 +44,10 @@ demo: build
 bench: build
 	cd $(BUILD) && for b in bench/bench_*; do [ -x "$$b" ] && "$$b" || exit 1; done
 
+fuzz: configure
+	cmake --build $(BUILD) -j $(JOBS) --target vask_fuzz
+	mkdir -p $(BUILD)/fuzz-work
+	cd $(BUILD)/fuzz-work && ../tests/fuzz/vask_fuzz --seconds $(FUZZ_SECONDS) --out $(CURDIR)/tests/data $(FUZZ_ARGS)
+
 clean:
-	rm -rf build build-san
+	rm -rf build build-san build-debug

@@ -32,8 +32,7 @@ void Dt2::insertVector(const std::vector<Point2>& vInputPoints, std::vector<Poin
   VASK_ASSERT(vertexVault.dupIsClean());
   if (bbox.add(vInputPoints.begin(), vInputPoints.end())) growBox();
   const bool bWasFullDim(*pBFullDimensional);
-  const bool bFakeBox(numCPU > 1);
-  if (bFakeBox) vertexVault.createFakeBox(bbox);
+  const bool bFakeBox(numCPU > 1 && vertexVault.createFakeBox(bbox));
   progress.start("insert vertices", static_cast<unsigned>(1.1 * n));
   size_t numPreExistingVtx(0);
   vertexVault.addVertices(vInputPoints, pVHandles, numPreExistingVtx);
@@ -42,13 +41,19 @@ void Dt2::insertVector(const std::vector<Point2>& vInputPoints, std::vector<Poin
   if (!*pBFullDimensional) {
     createFullDimTriangle(numPreExistingVtx);
   } else {
-    // A fake box raised on collinear data: the waiting points go in too.
-    const size_t firstPos(bWasFullDim ? numPreExistingVtx : 0);
+    // A fake box raised on collinear data: the waiting points go in too,
+    // and first, so that a new point equal to one of them becomes its
+    // duplicate and the caller's handle of the waiting point stays valid.
     VtxRecIt first, last;
-    vertexVault.getRange(firstPos, first, last);
-    if (first != last) {
+    vertexVault.getRange(bWasFullDim ? numPreExistingVtx : 0, first, last);
+    const VtxRecIt firstNew(bWasFullDim ? first : first + static_cast<std::ptrdiff_t>(numPreExistingVtx));
+    if (first != firstNew) {
       const Point2* pFirst((*first)->pVtx);
-      triangulateRange(first, last, vertexVault.getCloseTriangle(getHilbertIndex(pFirst->x(), pFirst->y())));
+      triangulateRange(first, firstNew, vertexVault.getCloseTriangle(getHilbertIndex(pFirst->x(), pFirst->y())));
+    }
+    if (firstNew != last) {
+      const Point2* pFirst((*firstNew)->pVtx);
+      triangulateRange(firstNew, last, vertexVault.getCloseTriangle(getHilbertIndex(pFirst->x(), pFirst->y())));
     }
   }
   vertexVault.treatDupsAndHandles(pVHandles);

@@ -642,7 +642,9 @@ Triangle2* VertexVault::nearestTriangleAround(size_t pos) const {
 
 Triangle2* VertexVault::getCloseTriangle(uint32_t idx) {
   VASK_ASSERT(bFullDimensional);
-  if (numSorted == 0 && !vFakeBoxHandles.empty()) {
+  // A box raised around data without area is the whole mesh at first; in a
+  // mesh of unsorted vertices its corners are still on their way in.
+  if (numSorted == 0 && !vFakeBoxHandles.empty() && vFakeBoxHandles[0]->getIncidentTriangle() != nullptr) {
     Point2* pFakeCorner(vFakeBoxHandles[0]);
     VASK_ASSERT(pFakeCorner != 0);
     Triangle2* pFakeT(pFakeCorner->getIncidentTriangle());
@@ -861,30 +863,31 @@ void VertexVault::removeVertexRecord(Point2* pRemovedVertex) {
 // ---------------------------------------------------------------------------
 // Fake box
 
-void VertexVault::createFakeBox(const Bbox2& box) {
+bool VertexVault::createFakeBox(const Bbox2& box) {
   VASK_ASSERT(vFakeBoxHandles.empty());
   dropLineIndex();
-  Bbox2 fakeBox(box);
-  fakeBox.enlargeRanges(1.01);
+  // Half ranges, halved before the subtraction so that data spread over the
+  // whole double range cannot overflow them; the box grows by 1% of each range.
+  const double halfX(box.get_maxX() / 2 - box.get_minX() / 2), halfY(box.get_maxY() / 2 - box.get_minY() / 2);
+  double dx(halfX * 0.01), dy(halfY * 0.01);
   // Collinear or single-point data give a flat box: give each flat axis the
   // other axis' extent (or the coordinates' magnitude) so the box has area.
-  double ext(std::max(fakeBox.getRangeX(), fakeBox.getRangeY()));
-  if (!(ext > 0.0)) ext = std::max(1e-300, std::max(std::fabs(fakeBox.get_minX()), std::fabs(fakeBox.get_minY())));
-  double minX(fakeBox.get_minX()), maxX(fakeBox.get_maxX()), minY(fakeBox.get_minY()), maxY(fakeBox.get_maxY());
-  if (!(maxX - minX > 0.0)) {
-    minX -= ext / 2;
-    maxX += ext / 2;
-  }
-  if (!(maxY - minY > 0.0)) {
-    minY -= ext / 2;
-    maxY += ext / 2;
-  }
+  double ext(2.02 * std::max(halfX, halfY));
+  if (!(ext > 0.0)) ext = std::max(1e-300, std::max(std::fabs(box.get_minX()), std::fabs(box.get_minY())));
+  if (!(dx > 0.0)) dx = ext / 2;
+  if (!(dy > 0.0)) dy = ext / 2;
+  auto finite = [](double v) { return std::max(-DBL_MAX, std::min(DBL_MAX, v)); };
+  double minX(finite(box.get_minX() - dx)), maxX(finite(box.get_maxX() + dx));
+  double minY(finite(box.get_minY() - dy)), maxY(finite(box.get_maxY() + dy));
   // The corners must lie strictly outside the data's box, also where the
-  // enlargement is below one ulp of the coordinates.
-  while (!(minX < box.get_minX())) minX = std::nextafter(minX, -DBL_MAX);
-  while (!(maxX > box.get_maxX())) maxX = std::nextafter(maxX, DBL_MAX);
-  while (!(minY < box.get_minY())) minY = std::nextafter(minY, -DBL_MAX);
-  while (!(maxY > box.get_maxY())) maxY = std::nextafter(maxY, DBL_MAX);
+  // enlargement is below one ulp of the coordinates; data at the largest
+  // double leave no room for a finite corner, and then there is no box.
+  while (!(minX < box.get_minX()) && minX > -DBL_MAX) minX = std::nextafter(minX, -DBL_MAX);
+  while (!(maxX > box.get_maxX()) && maxX < DBL_MAX) maxX = std::nextafter(maxX, DBL_MAX);
+  while (!(minY < box.get_minY()) && minY > -DBL_MAX) minY = std::nextafter(minY, -DBL_MAX);
+  while (!(maxY > box.get_maxY()) && maxY < DBL_MAX) maxY = std::nextafter(maxY, DBL_MAX);
+  if (!(minX < box.get_minX() && maxX > box.get_maxX() && minY < box.get_minY() && maxY > box.get_maxY()))
+    return false;
   KiroTest& kiroTest(pDt2->getKiroTest());
   const Point2 aCorners[4] = {Point2(minX, minY), Point2(maxX, minY), Point2(maxX, maxY), Point2(minX, maxY)};
   for (const Point2& corner : aCorners) {
@@ -900,12 +903,13 @@ void VertexVault::createFakeBox(const Bbox2& box) {
       pT1->setOppTriangle(i, nullptr);
     }
     pDt2->linkPair(pT0, 1, pT1, 2);
-    return;
+    return true;
   }
   for (Point2* pCorner : vFakeBoxHandles) {
     const uint32_t idx(pDt2->getHilbertIndex(pCorner->x(), pCorner->y()));
     pDt2->insertVertex(pCorner, getCloseTriangle(idx));
   }
+  return true;
 }
 
 Point2* VertexVault::getFakeBoxCorner(size_t i) const {

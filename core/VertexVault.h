@@ -107,7 +107,9 @@ public:
   void prefetchRecord(size_t vertexPoolIndex) const;
 
   // The temporary outer corners of the multi-threaded batch
-  void createFakeBox(const Bbox2& box);
+  /** Raises four corners strictly around box; false, and no corners, when
+   * the data reach the largest doubles and no finite corner lies beyond. */
+  bool createFakeBox(const Bbox2& box);
   Point2* getFakeBoxCorner(size_t i) const;
   void removeFakeBox();
   bool hasFakeBox() const { return !vFakeBoxHandles.empty(); }

@@ -185,14 +185,80 @@ void polygonArea2(const std::vector<const Point2*>& vPoly, mpq_t result) {
   mpq_clear(a); mpq_clear(b); mpq_clear(t);
 }
 
+// Without triangles the points wait for one off their line: they must be
+// collinear, and distinct.
+Validation validateCollinear(const std::vector<Point2*>& vVertices) {
+  Validation v;
+  v.numVertices = vVertices.size();
+  std::vector<const Point2*> vSorted(vVertices.begin(), vVertices.end());
+  for (const Point2* p : vSorted)
+    if (p == nullptr) {
+      v.fail("null vertex");
+      return v;
+    }
+  std::sort(vSorted.begin(), vSorted.end(), PointLess());
+  for (std::size_t i = 1; i < vSorted.size(); ++i)
+    if (*vSorted[i - 1] == *vSorted[i]) v.fail("two vertices at the same place");
+  if (vSorted.size() < 3) return v;
+  const Point2* a(vSorted.front());
+  const Point2* b(vSorted.back());
+  for (const Point2* p : vSorted)
+    if (exactOrientation(*a, *b, *p) != 0) {
+      v.fail("no triangles, but the vertices are not collinear");
+      break;
+    }
+  return v;
+}
+
+// The in-circle determinant of a, b, c, d computed in doubles relative to
+// the point ref (one of the four) is certain: larger in magnitude than its
+// rounding error, and free of over- and underflow.
+bool certainInDoubles(const Point2* const q[4], int ref) {
+  double dx[3], dy[3];
+  for (int i = 0, k = 0; i < 4; ++i) {
+    if (i == ref) continue;
+    dx[k] = q[i]->x() - q[ref]->x();
+    dy[k] = q[i]->y() - q[ref]->y();
+    if (!inRange(dx[k], 1e70) || !inRange(dy[k], 1e70)) return false;
+    ++k;
+  }
+  double det(0.0), perm(0.0);
+  for (int i = 0; i < 3; ++i) {
+    const int j((i + 1) % 3), k((i + 2) % 3);
+    const double lift(dx[i] * dx[i] + dy[i] * dy[i]);
+    det += lift * (dx[j] * dy[k] - dx[k] * dy[j]);
+    perm += lift * (std::fabs(dx[j] * dy[k]) + std::fabs(dx[k] * dy[j]));
+  }
+  return std::fabs(det) > 1e-13 * perm;
+}
+
+// d lies inside the circle through a, b, c by more than a double
+// evaluation can see, from whichever of the four points it is computed:
+// fast mode's flip loop may leave anything less unflipped.
+bool clearlyInCircle(const Point2& a, const Point2& b, const Point2& c, const Point2& d) {
+  const Point2* q[4] = {&a, &b, &c, &d};
+  for (int ref = 0; ref < 4; ++ref)
+    if (!certainInDoubles(q, ref)) return false;
+  return true;
+}
+
 } // namespace
 
 Validation validate(const std::vector<Triangle2*>& vT, const std::vector<Point2*>& vVertices, bool bEmptyCircle,
                     std::size_t maxEmptyCircleTests) {
+  ValidateOptions options;
+  options.bEmptyCircle = bEmptyCircle;
+  options.maxEmptyCircleTests = maxEmptyCircleTests;
+  return validate(vT, vVertices, options);
+}
+
+Validation validate(const std::vector<Triangle2*>& vT, const std::vector<Point2*>& vVertices,
+                    const ValidateOptions& options) {
+  const bool bEmptyCircle(options.bEmptyCircle);
+  const std::size_t maxEmptyCircleTests(options.maxEmptyCircleTests);
+  if (vT.empty()) return validateCollinear(vVertices);
   Validation v;
   v.numTriangles = vT.size();
-  // Without triangles the points wait in the vault: nothing to check here.
-  if (vT.empty()) return v;
   std::unordered_map<const Triangle2*, int> mAlive;
   mAlive.reserve(vT.size() * 2);
   for (const Triangle2* pT : vT) mAlive[pT] = 1;
@@ -315,11 +381,14 @@ Validation validate(const std::vector<Triangle2*>& vT, const std::vector<Point2*
       for (int i = 0; i < 3; ++i) {
         const Triangle2* pN(pT->getOppositeTriangle(i));
         if (pN == nullptr || (edgeNo++ % stride) != 0) continue;
+        if (options.isConstraint && options.isConstraint(pT->getCorner((i + 1) % 3), pT->getCorner((i + 2) % 3)))
+          continue;
         const Point2* pFar(pN->getCorner(0));
         for (int j = 0; j < 3; ++j)
           if (pN->getOppositeTriangle(j) == pT) pFar = pN->getCorner(j);
         ++v.numEmptyCircleTests;
-        if (exactInCircle(*pT->getCorner(0), *pT->getCorner(1), *pT->getCorner(2), *pFar) > 0)
+        const Point2 &a(*pT->getCorner(0)), &b(*pT->getCorner(1)), &c(*pT->getCorner(2));
+        if (exactInCircle(a, b, c, *pFar) > 0 && (!options.bTolerateNearCocircular || clearlyInCircle(a, b, c, *pFar)))
           v.fail("empty-circle property violated");
       }
     }
@@ -328,11 +397,20 @@ Validation validate(const std::vector<Triangle2*>& vT, const std::vector<Point2*
 }
 
 Validation validate(KIRO_VASK2D::Vask_2D& dt, bool bEmptyCircle, std::size_t maxEmptyCircleTests) {
+  ValidateOptions options;
+  options.bEmptyCircle = bEmptyCircle;
+  options.maxEmptyCircleTests = maxEmptyCircleTests;
+  return validate(dt, options);
+}
+
+Validation validate(KIRO_VASK2D::Vask_2D& dt, const ValidateOptions& options) {
   std::vector<Triangle2*> vT;
   std::vector<Point2*> vVertices;
   dt.getTrianglePointers(vT);
   dt.getVertexPointers(vVertices);
-  Validation v(validate(vT, vVertices, bEmptyCircle, maxEmptyCircleTests));
+  Validation v(validate(vT, vVertices, options));
+  if (vT.empty() && dt.hasArea()) v.fail("no triangles, but the triangulation says it has area");
+  if (!vT.empty() && !dt.hasArea()) v.fail("triangles, but the triangulation says it has no area");
   if (vT.size() != dt.numberOfTriangles()) v.fail("numberOfTriangles differs from the triangle list");
   if (vVertices.size() != dt.numberOfPoints()) v.fail("numberOfPoints differs from the vertex list");
   return v;

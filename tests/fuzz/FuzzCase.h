@@ -1,0 +1,71 @@
+#pragma once
+// The pieces of the mesh fuzzer: cases of operations on one triangulation,
+// their adversarial point families, their replay against a model with the
+// independent checker after every step, and their text form.
+#include "Point2.h"
+#include <cstdint>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace vask_fuzz {
+
+enum class OpKind {
+  Insert,        // insert(Point2)
+  Batch,         // insert(vector<Point2>)
+  BatchHandles,  // insert(vector<Point2>, vector<Point2*>&)
+  Array,         // insert(int, double*, Point2**)
+  Remove,        // remove() of the live vertex at the point
+  RemoveDead,    // remove() of the handle of an already removed vertex at the point
+  RemoveNull,    // remove(nullptr)
+  RemoveForeign, // remove() of another triangulation's vertex
+  Locate,        // locate(Point2)
+  Fast,          // setFastMode(arg != 0)
+  Cpu            // setNumCPU(arg)
+};
+
+struct Op {
+  OpKind kind = OpKind::Insert;
+  std::vector<KIRO_VASK2D::Point2> vPoints; // one point for the single-point kinds
+  int arg = 0;
+};
+
+struct Case {
+  std::string family;
+  std::uint64_t seed = 0;
+  std::vector<Op> vOps;
+  std::size_t numPoints() const;
+};
+
+/** The names of the point families, in a fixed order. */
+const std::vector<std::string>& familyNames();
+/** About n points of the named family. */
+std::vector<KIRO_VASK2D::Point2> generateFamily(const std::string& family, std::size_t n, std::mt19937_64& rng);
+/** A random sequence of operations on points of the family; the seed fixes it. */
+Case generateCase(const std::string& family, std::uint64_t seed, std::size_t maxPoints);
+
+/** What a replay found: ok, or the step and the first error. */
+struct Outcome {
+  bool ok = true;
+  std::size_t step = 0;   // index of the failing operation
+  std::string kind;       // error class, stable under shrinking
+  std::string message;    // kind plus detail
+  std::size_t numSteps = 0;
+};
+
+/** Replays the case on a fresh triangulation and checks the mesh and the
+ * bookkeeping after every operation. Stops at the first failure; a
+ * VaskException or other exception is a failure too. onStep, if given, is
+ * called after each checked step. */
+Outcome runCase(const Case& c, const std::function<void(std::size_t)>& onStep = nullptr);
+
+/** The text form: comment lines start with '#', then one operation a line. */
+std::string toText(const Case& c, const std::vector<std::string>& vComments);
+bool fromText(const std::string& text, Case& c, std::string& error);
+bool readCaseFile(const std::string& path, Case& c, std::string& error);
+
+const char* opName(OpKind kind);
+const std::vector<OpKind>& allOpKinds();
+
+} // namespace vask_fuzz

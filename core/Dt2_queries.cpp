@@ -270,7 +270,8 @@ bool Dt2::checkValidity(bool bCheckEmptyCircle, const std::string& name_) {
         continue;
       }
       // Edges that carry a constraint segment are exempt from this test.
-      if (bCheckEmptyCircle && kiroTest.circleInc3state(pT, pN->getCorner(backIdx)) == CINC2_INCIRCLE) {
+      if (bCheckEmptyCircle && !isConstraintEdge(pT, i) &&
+          kiroTest.circleInc3state(pT, pN->getCorner(backIdx)) == CINC2_INCIRCLE) {
         report("Sphere inclusion test failed ", pT);
         vBadCircles.push_back(EmptyCircleFailure{pT, pN, pN->getCorner(backIdx)});
       }

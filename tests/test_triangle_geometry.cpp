@@ -78,62 +78,59 @@ std::string streamed(const Triangle2& t) {
 
 // ---------------------------------------------------------------- basic metrics
 
-TEST(TriangleGeometry, UnitRightTriangleAtOrigin) {
-  Tri tri(Point2(0, 0), Point2(1, 0), Point2(0, 1));
-  EXPECT_DOUBLE_EQ(tri.t.getArea2D(), 0.5);
-  const std::pair<Point2, bool> dual(tri.t.getDual());
-  EXPECT_EQ(dual.first, Point2(0.5, 0.5));
-  EXPECT_TRUE(dual.second);
-  EXPECT_EQ(tri.t.getMaxIndex(), 0);
-  EXPECT_EQ(tri.t.getMinIndex(), 1); // edges 1 and 2 tie; the lower index wins
-  EXPECT_EQ(tri.t.getSquaredEdgeLength2D(0), 2.0);
-  EXPECT_EQ(tri.t.getSquaredEdgeLength(1), 1.0);
-  EXPECT_EQ(tri.t.getMaxSqEdgeLen2D(), 2.0);
-  EXPECT_NEAR(tri.t.getInteriorAngle2D(0), 90.0, 1e-7);
-  EXPECT_NEAR(tri.t.getInteriorAngle2D(1), 45.0, 1e-7);
-  EXPECT_NEAR(tri.t.getInteriorAngle2D(2), 45.0, 1e-7);
-  const Point2 bary(tri.t.getBarycenter());
-  EXPECT_DOUBLE_EQ(bary.x(), 1.0 / 3.0);
-  EXPECT_DOUBLE_EQ(bary.y(), 1.0 / 3.0);
-}
-
-TEST(TriangleGeometry, LongestAndShortestEdgeTiesGoToLowestIndex) {
-  Tri tri(Point2(0, 0), Point2(2, 0), Point2(1, 5)); // edges 0 and 1 both have squared length 26
-  EXPECT_EQ(tri.t.getMaxIndex(), 0);
-  EXPECT_EQ(tri.t.getMinIndex(), 2);
-  Tri equilateralIsh(Point2(0, 0), Point2(4, 0), Point2(2, 3)); // 13, 13, 16
-  EXPECT_EQ(equilateralIsh.t.getMaxIndex(), 2);
-  EXPECT_EQ(equilateralIsh.t.getMinIndex(), 0);
-}
-
-TEST(TriangleGeometry, AnglesSumTo180AndEquilateralHas60) {
-  Tri equilateral(Point2(0, 0), Point2(2, 0), Point2(1, std::sqrt(3.0)));
-  for (int i = 0; i < 3; ++i)
-    EXPECT_NEAR(equilateral.t.getInteriorAngle2D(i), 60.0, 1e-6);
-  std::mt19937_64 gen(11);
-  for (int n = 0; n < 500; ++n) {
-    Point2 c[3];
-    randomCorners(gen, 0, 0, 10, c);
-    Tri tri(c[0], c[1], c[2]);
-    const double sum(tri.t.getInteriorAngle2D(0) + tri.t.getInteriorAngle2D(1) + tri.t.getInteriorAngle2D(2));
-    EXPECT_NEAR(sum, 180.0, 1e-6);
+TEST(TriangleGeometry, MetricsOfSmallTrianglesWithTiesGoingToTheLowestIndex) {
+  // Each row: corners, area, longest and shortest edge index, the angles and
+  // the circumcentre (right triangles have it on the hypotenuse).
+  struct Case {
+    Point2 a, b, c;
+    double area;
+    int maxIndex, minIndex;
+    double angle0, angle1, angle2;
+    Point2 centre;
+  };
+  const double o(1e9), r3(std::sqrt(3.0));
+  const Case aCase[] = {
+      {Point2(0, 0), Point2(1, 0), Point2(0, 1), 0.5, 0, 1, 90, 45, 45, Point2(0.5, 0.5)}, // edges 1 and 2 tie
+      {Point2(0, 0), Point2(2, 0), Point2(1, 5), 5, 0, 2, 78.69006752597979, 78.69006752597979, 22.619864948040426,
+       Point2(1, 2.4)}, // edges 0 and 1 tie
+      {Point2(0, 0), Point2(4, 0), Point2(2, 3), 6, 2, 0, 56.309932474020215, 56.309932474020215, 67.38013505195957,
+       Point2(2, 5.0 / 6.0)},
+      {Point2(0, 0), Point2(2, 0), Point2(1, r3), r3, 0, 0, 60, 60, 60, Point2(1, 1 / r3)},
+      {Point2(0, 0), Point2(4, 0), Point2(0, 3), 6, 0, 1, 90, 36.86989764584402, 53.13010235415598, Point2(2, 1.5)},
+      {Point2(0, 0), Point2(3, 4), Point2(-4, 3), 12.5, 0, 1, 90, 45, 45, Point2(-0.5, 3.5)},
+      {Point2(o, o), Point2(o + 3, o + 4), Point2(o - 4, o + 3), 12.5, 0, 1, 90, 45, 45, Point2(o - 0.5, o + 3.5)},
+  };
+  for (const Case& c : aCase) {
+    Tri tri(c.a, c.b, c.c);
+    SCOPED_TRACE(streamed(tri.t));
+    EXPECT_NEAR(tri.t.getArea2D(), c.area, 1e-12 * c.area * (c.a.x() == o ? 1e6 : 1));
+    if (c.area != r3) { // the equilateral one has three ties of rounded lengths
+      EXPECT_EQ(tri.t.getMaxIndex(), c.maxIndex);
+      EXPECT_EQ(tri.t.getMinIndex(), c.minIndex);
+    }
+    const double aAngle[3] = {c.angle0, c.angle1, c.angle2};
+    for (int i = 0; i < 3; ++i) EXPECT_NEAR(tri.t.getInteriorAngle2D(i), aAngle[i], 1e-6) << i;
+    const std::pair<Point2, bool> dual(tri.t.getDual());
+    EXPECT_NEAR(dual.first.x(), c.centre.x(), 1e-12 * std::fabs(c.centre.x()) + 1e-15);
+    EXPECT_NEAR(dual.first.y(), c.centre.y(), 1e-12 * std::fabs(c.centre.y()) + 1e-15);
+    EXPECT_TRUE(dual.second);
   }
+  Tri unit(Point2(0, 0), Point2(1, 0), Point2(0, 1));
+  EXPECT_EQ(unit.t.getSquaredEdgeLength2D(0), 2.0);
+  EXPECT_EQ(unit.t.getSquaredEdgeLength(1), 1.0);
+  EXPECT_EQ(unit.t.getMaxSqEdgeLen2D(), 2.0);
+  EXPECT_DOUBLE_EQ(unit.t.getBarycenter().x(), 1.0 / 3.0);
 }
 
-TEST(TriangleGeometry, AngleAtDuplicateCornersRaises) {
-  Tri tri(Point2(1, 1), Point2(1, 1), Point2(3, 0));
-  testing::internal::CaptureStdout();
-  EXPECT_THROW(tri.t.getInteriorAngle2D(0), VaskException);
-  testing::internal::GetCapturedStdout();
-}
-
-TEST(TriangleGeometry, AreaMatchesExactAreaIncludingFarFromOrigin) {
+TEST(TriangleGeometry, AreaMatchesExactAndAnglesSumTo180IncludingFarFromOrigin) {
   std::mt19937_64 gen(5);
   for (const double centre : {0.0, 1e6, 1e9, -3e9}) {
     for (int n = 0; n < 300; ++n) {
       Point2 c[3];
       randomCorners(gen, centre, -centre, 10, c);
       Tri tri(c[0], c[1], c[2]);
+      if (centre == 0.0)
+        EXPECT_NEAR(tri.t.getInteriorAngle2D(0) + tri.t.getInteriorAngle2D(1) + tri.t.getInteriorAngle2D(2), 180.0, 1e-6);
       if (minAngleDegree(tri) < 2.0) continue; // Heron loses digits on needles
       const double exact(exactDoubleArea(c[0], c[1], c[2]) / 2.0);
       // Corner differences at 3e9 carry ~4.8e-7 absolute error each.
@@ -143,7 +140,7 @@ TEST(TriangleGeometry, AreaMatchesExactAreaIncludingFarFromOrigin) {
   }
 }
 
-TEST(TriangleGeometry, DegenerateAreaIsZeroAndOnlyLargeNegativeValuesWarn) {
+TEST(TriangleGeometry, DegenerateAndInvalidTriangles) {
   testing::internal::CaptureStdout();
   Tri collinear(Point2(0, 0), Point2(1, 0), Point2(3, 0));
   EXPECT_EQ(collinear.t.getArea2D(), 0.0);
@@ -153,46 +150,44 @@ TEST(TriangleGeometry, DegenerateAreaIsZeroAndOnlyLargeNegativeValuesWarn) {
   EXPECT_LT(diagonal.t.getArea2D(), 1e-6);
   EXPECT_EQ(collinear.t.computeArea(1, 2, 3.0000000001), 0.0);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-
+  // Only large negative values warn.
   testing::internal::CaptureStdout();
   EXPECT_EQ(collinear.t.computeArea(1, 1, 10), 0.0);
-  const std::string out(testing::internal::GetCapturedStdout());
+  std::string out(testing::internal::GetCapturedStdout());
   EXPECT_NE(out.find("Numeric issue in Triangle::getArea()"), std::string::npos) << out;
-}
-
-TEST(TriangleGeometry, NaNCornerMakesAreaRaise) {
-  Tri tri(Point2(0, 0), Point2(std::numeric_limits<double>::quiet_NaN(), 0), Point2(0, 1));
+  // A NaN corner makes the area raise; an angle at duplicate corners as well.
+  Tri nan(Point2(0, 0), Point2(std::numeric_limits<double>::quiet_NaN(), 0), Point2(0, 1));
+  Tri duplicate(Point2(1, 1), Point2(1, 1), Point2(3, 0));
   testing::internal::CaptureStdout();
-  EXPECT_THROW(tri.t.getArea2D(), VaskException);
-  const std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_THROW(nan.t.getArea2D(), VaskException);
+  EXPECT_THROW(duplicate.t.getInteriorAngle2D(0), VaskException);
+  out = testing::internal::GetCapturedStdout();
   EXPECT_NE(out.find("invalid value, no area for this triangle"), std::string::npos) << out;
   EXPECT_NE(out.find("len0="), std::string::npos) << out;
 }
 
-// ---------------------------------------------------------------- hasOnEdge
-
 TEST(TriangleGeometry, HasOnEdgeIsExactAndClosed) {
-  Tri tri(Point2(0, 0), Point2(4, 0), Point2(0, 4));
-  // Edge 2 runs from corner 0 to corner 1.
-  EXPECT_TRUE(tri.t.hasOnEdge(2, Point2(0, 0)));
-  EXPECT_TRUE(tri.t.hasOnEdge(2, Point2(4, 0)));
-  EXPECT_TRUE(tri.t.hasOnEdge(2, Point2(2, 0)));
-  EXPECT_FALSE(tri.t.hasOnEdge(2, Point2(5, 0)));
-  EXPECT_FALSE(tri.t.hasOnEdge(2, Point2(-1e-300, 0)));
-  EXPECT_FALSE(tri.t.hasOnEdge(2, Point2(2, 1e-300)));
-  EXPECT_FALSE(tri.t.hasOnEdge(2, Point2(2, -1e-300)));
-  EXPECT_FALSE(tri.t.hasOnEdge(1, Point2(2, 0)));
-  // Edge 0, the diagonal from (4,0) to (0,4).
-  EXPECT_TRUE(tri.t.hasOnEdge(0, Point2(1, 3)));
-  EXPECT_TRUE(tri.t.hasOnEdge(0, Point2(0.25, 3.75)));
-  EXPECT_FALSE(tri.t.hasOnEdge(0, Point2(5, -1)));
-  EXPECT_FALSE(tri.t.hasOnEdge(0, Point2(std::nextafter(1.0, 2.0), 3)));
-
   const double o(1e9);
+  Tri tri(Point2(0, 0), Point2(4, 0), Point2(0, 4));
   Tri far(Point2(o, o), Point2(o + 4, o + 2), Point2(o, o + 8));
-  EXPECT_TRUE(far.t.hasOnEdge(2, Point2(o + 2, o + 1)));
-  EXPECT_FALSE(far.t.hasOnEdge(2, Point2(o + 2, std::nextafter(o + 1, 0.0))));
-  EXPECT_FALSE(far.t.hasOnEdge(2, Point2(o + 6, o + 3)));
+  struct Case {
+    const Tri* pTri;
+    int edge;
+    Point2 p;
+    bool bOn;
+  };
+  // Edge 2 runs from corner 0 to corner 1, edge 0 is the diagonal from (4,0) to (0,4).
+  const Case aCase[] = {
+      {&tri, 2, Point2(0, 0), true},          {&tri, 2, Point2(4, 0), true},
+      {&tri, 2, Point2(2, 0), true},          {&tri, 2, Point2(5, 0), false},
+      {&tri, 2, Point2(-1e-300, 0), false},   {&tri, 2, Point2(2, 1e-300), false},
+      {&tri, 2, Point2(2, -1e-300), false},   {&tri, 1, Point2(2, 0), false},
+      {&tri, 0, Point2(1, 3), true},          {&tri, 0, Point2(0.25, 3.75), true},
+      {&tri, 0, Point2(5, -1), false},        {&tri, 0, Point2(std::nextafter(1.0, 2.0), 3), false},
+      {&far, 2, Point2(o + 2, o + 1), true},  {&far, 2, Point2(o + 2, std::nextafter(o + 1, 0.0)), false},
+      {&far, 2, Point2(o + 6, o + 3), false},
+  };
+  for (const Case& c : aCase) EXPECT_EQ(c.pTri->t.hasOnEdge(c.edge, c.p), c.bOn) << c.edge << " " << c.p;
 }
 
 // ---------------------------------------------------------------- circumcentre
@@ -218,25 +213,7 @@ TEST(TriangleGeometry, CommonOffsetHasFloatPrecisionAtAnyMagnitude) {
   }
 }
 
-TEST(TriangleGeometry, RightTriangleHasCentreOnHypotenuse) {
-  Tri axes(Point2(0, 0), Point2(4, 0), Point2(0, 3));
-  std::pair<Point2, bool> dual(axes.t.getDual());
-  EXPECT_EQ(dual.first, Point2(2, 1.5));
-  EXPECT_TRUE(dual.second);
-
-  Tri rotated(Point2(0, 0), Point2(3, 4), Point2(-4, 3));
-  dual = rotated.t.getDual();
-  EXPECT_EQ(dual.first, Point2(-0.5, 3.5));
-  EXPECT_TRUE(dual.second);
-
-  const double o(1e9);
-  Tri far(Point2(o, o), Point2(o + 3, o + 4), Point2(o - 4, o + 3));
-  dual = far.t.getDual();
-  EXPECT_EQ(dual.first, Point2(o - 0.5, o + 3.5));
-  EXPECT_TRUE(dual.second);
-}
-
-TEST(TriangleGeometry, CollinearTriangleGivesFlaggedPoint) {
+TEST(TriangleGeometry, CollinearAndTooFlatTrianglesGiveAFlaggedPoint) {
   Tri tri(Point2(0, 0), Point2(1, 0), Point2(2, 0));
   Point2 out(7, 7);
   EXPECT_FALSE(tri.t.getCC_strategy1(0.0, 0.0, out));
@@ -244,18 +221,14 @@ TEST(TriangleGeometry, CollinearTriangleGivesFlaggedPoint) {
   const std::pair<Point2, bool> dual(tri.t.getDual());
   EXPECT_FALSE(dual.second);
   EXPECT_TRUE(std::isfinite(dual.first.x()) && std::isfinite(dual.first.y()));
-
   Tri same(Point2(1, 1), Point2(1, 1), Point2(1, 1));
   EXPECT_FALSE(same.t.getDual().second);
-}
-
-TEST(TriangleGeometry, ExtremelyFlatTriangleEndsAtBisectionRange) {
   // Circumradius 0.25 / (2 * 1e-14) = 1.25e13, beyond the search range of 1e13.
-  Tri tri(Point2(0, 0), Point2(1, 0), Point2(0.5, 1e-14));
-  const std::pair<Point2, bool> dual(tri.t.getDual());
-  EXPECT_FALSE(dual.second);
-  EXPECT_NEAR(dual.first.x(), 0.5, 1e-6);
-  EXPECT_NEAR(dual.first.y(), -1e13, 1e4);
+  Tri flat(Point2(0, 0), Point2(1, 0), Point2(0.5, 1e-14));
+  const std::pair<Point2, bool> flatDual(flat.t.getDual());
+  EXPECT_FALSE(flatDual.second);
+  EXPECT_NEAR(flatDual.first.x(), 0.5, 1e-6);
+  EXPECT_NEAR(flatDual.first.y(), -1e13, 1e4);
 }
 
 TEST(TriangleGeometry, AccuracyTestRejectsWrongSideAndSpread) {
@@ -352,15 +325,11 @@ TEST(TriangleGeometry, FlatTrianglesGiveCentresCloseToExactOrAFalseFlag) {
 
 TEST(TriangleGeometry, StreamOutputNamesOrientation) {
   Tri ccw(Point2(0, 0), Point2(1, 0), Point2(0, 1));
-  const std::string s(streamed(ccw.t));
-  EXPECT_EQ(s.rfind("Triangle(", 0), 0u) << s;
-  EXPECT_NE(s.find("): area2D=0.5"), std::string::npos) << s;
-  EXPECT_NE(s.find("CCW"), std::string::npos) << s;
-  EXPECT_NE(s.find("\t oppTriangle: "), std::string::npos) << s;
-  Tri cw(Point2(0, 0), Point2(0, 1), Point2(1, 0));
+  const std::string text(streamed(ccw.t));
+  EXPECT_EQ(text.rfind("Triangle(", 0), 0u) << text;
+  for (const char* part : {"): area2D=0.5", "CCW", "\t oppTriangle: "}) EXPECT_NE(text.find(part), std::string::npos) << part;
+  Tri cw(Point2(0, 0), Point2(0, 1), Point2(1, 0)), col(Point2(0, 0), Point2(1, 1), Point2(2, 2));
   EXPECT_NE(streamed(cw.t).find("ATTENTION, CLOCKWISE CORNERS!"), std::string::npos);
-  Tri col(Point2(0, 0), Point2(1, 1), Point2(2, 2));
   EXPECT_NE(streamed(col.t).find("ATTENTION, COLLINEAR CORNERS"), std::string::npos);
-  const Triangle2 dead;
-  EXPECT_EQ(streamed(dead).rfind("Triangle(", 0), 0u);
+  EXPECT_EQ(streamed(Triangle2()).rfind("Triangle(", 0), 0u);
 }

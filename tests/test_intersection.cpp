@@ -71,54 +71,61 @@ TEST(ExactIntersection, EqualsTheRationalResultTruncatedToDoubles) {
   EXPECT_GT(numTested, 19000);
 }
 
-TEST(ExactIntersection, ParallelLinesWarnAndThrow) {
+TEST(ExactIntersection, ParallelAndNonFiniteInputThrowsAndLeavesTheObjectUsable) {
   KiroTest kiroTest;
-  const Point2 a(0, 0), b(1, 1), c(0, 1), d(2, 3);
+  const Point2 a(0, 0), b(1, 1), c(0, 1), d(2, 3), bad(NaN, 0), inf(1, INF);
   double x(0), y(0);
   testing::internal::CaptureStdout();
   EXPECT_THROW(kiroTest.getIntersectionCoords_gmp_MT(&a, &b, &c, &d, x, y), VaskException);
+  EXPECT_THROW(kiroTest.getIntersectionCoords_gmp_MT(&a, &b, &c, &bad, x, y), VaskException); // not an abort in GMP
+  EXPECT_THROW(kiroTest.getIntersectionCoords_gmp_MT(&inf, &b, &c, &a, x, y), VaskException);
   const std::string out(testing::internal::GetCapturedStdout());
   EXPECT_NE(std::string::npos, out.find("KiroTest::getIntersectionCoords(), WARNING: denom=0 -> parallel segments"));
-  // The object stays usable after the exception: its mutex was released.
+  // The mutex was released.
   const Point2 e(0, 1), f(1, 0);
   kiroTest.getIntersectionCoords_gmp_MT(&a, &b, &e, &f, x, y);
   EXPECT_EQ(0.5, x);
   EXPECT_EQ(0.5, y);
 }
 
-TEST(ExactIntersection, NonFiniteInputThrowsInsteadOfAbortingInGmp) {
-  KiroTest kiroTest;
-  const Point2 a(0, 0), b(1, 1), c(0, 1), bad(NaN, 0), inf(1, INF);
-  double x(0), y(0);
-  testing::internal::CaptureStdout();
-  EXPECT_THROW(kiroTest.getIntersectionCoords_gmp_MT(&a, &b, &c, &bad, x, y), VaskException);
-  EXPECT_THROW(kiroTest.getIntersectionCoords_gmp_MT(&inf, &b, &c, &a, x, y), VaskException);
-  testing::internal::GetCapturedStdout();
-}
-
 // ---------------------------------------------------------------------------
 // Filtered intersection of segments
 
-TEST(SegmentIntersection, DiagonalsOfASquareMeetInTheCentre) {
-  double x(0), y(0);
-  getIntersectionCoordsNoRounding(Point2(0, 0), Point2(2, 2), Point2(0, 2), Point2(2, 0), x, y);
-  EXPECT_EQ(1.0, x);
-  EXPECT_EQ(1.0, y);
+TEST(SegmentIntersection, SmallCasesGiveTheCrossingOrTheRightEndPoint) {
+  struct Case {
+    const char* name;
+    Point2 p0, p1, p2, p3, expected;
+  };
+  const Point2 a(0.1, 0.7), b(3.3, -1.9), c(-2.2, 5.5);
+  const Case aCase[] = {
+      {"diagonals of a square", Point2(0, 0), Point2(2, 2), Point2(0, 2), Point2(2, 0), Point2(1, 1)},
+      {"shared end point", a, b, a, c, a},
+      {"shared end point", a, b, c, a, a},
+      {"shared end point", b, a, a, c, a},
+      {"shared end point", b, a, c, a, a},
+      // The lines cross at x = 1.01005 on y = 0, beyond p1 = (1, 0): the
+      // nearest of the four end points stands in.
+      {"lines meeting beyond a segment", Point2(0, 0), Point2(1, 0), Point2(-1, 0.01), Point2(3, -0.0099), Point2(1, 0)},
+      {"the same, exchanged and reversed", Point2(3, -0.0099), Point2(-1, 0.01), Point2(1, 0), Point2(0, 0), Point2(1, 0)},
+  };
+  for (const Case& c : aCase) {
+    double x(0), y(0);
+    getIntersectionCoordsNoRounding(c.p0, c.p1, c.p2, c.p3, x, y);
+    EXPECT_TRUE(c.expected == Point2(x, y)) << c.name << ": " << x << " " << y;
+  }
+  // The point form keeps the custom index of the output point.
   Point2 out(7, 7);
   out.setCustomIndex(5);
   getIntersectionCoordsNoRounding(Point2(0, 0), Point2(2, 2), Point2(0, 2), Point2(2, 0), out);
   EXPECT_TRUE(Point2(1, 1) == out);
   EXPECT_EQ(5, out.getCustomIndex());
-}
-
-TEST(SegmentIntersection, SharedEndPointIsReturnedAsItIs) {
-  const Point2 a(0.1, 0.7), b(3.3, -1.9), c(-2.2, 5.5);
-  for (int k = 0; k < 4; ++k) {
-    double x(0), y(0);
-    const Point2 &p0(k < 2 ? a : b), &p1(k < 2 ? b : a), &p2(k % 2 ? a : c), &p3(k % 2 ? c : a);
-    getIntersectionCoordsNoRounding(p0, p1, p2, p3, x, y);
-    EXPECT_TRUE(a == Point2(x, y)) << k;
-  }
+  // Nearly parallel long segments: the rational stage's result, the truncated exact crossing.
+  const Point2 p0(-1e6, -1.0), p1(1e6, 1.0), p2(-1e6, 1.0 + 1e-9), p3(1e6, -1.0 + 3e-9);
+  double ex(0), ey(0), x(0), y(0);
+  ASSERT_TRUE(exactLineIntersection(p0, p1, p2, p3, ex, ey));
+  getIntersectionCoordsNoRounding(p0, p1, p2, p3, x, y);
+  EXPECT_EQ(ex, x);
+  EXPECT_EQ(ey, y);
 }
 
 TEST(SegmentIntersection, NearlyParallelAndFarAwayCrossingsLandOnBothSegments) {
@@ -149,32 +156,7 @@ TEST(SegmentIntersection, NearlyParallelAndFarAwayCrossingsLandOnBothSegments) {
   EXPECT_LT(numEndPoints, numTested / 100);
 }
 
-TEST(SegmentIntersection, NearlyParallelLongSegmentsUseTheRationalResult) {
-  // Slope difference below 0.01: the rational stage; its result is the
-  // truncated exact crossing whenever that lies on both segments.
-  const Point2 p0(-1e6, -1.0), p1(1e6, 1.0), p2(-1e6, 1.0 + 1e-9), p3(1e6, -1.0 + 3e-9);
-  double ex(0), ey(0), x(0), y(0);
-  ASSERT_TRUE(exactLineIntersection(p0, p1, p2, p3, ex, ey));
-  getIntersectionCoordsNoRounding(p0, p1, p2, p3, x, y);
-  EXPECT_EQ(ex, x);
-  EXPECT_EQ(ey, y);
-  EXPECT_TRUE(approxHasOn(p0, p1, Point2(x, y)));
-  EXPECT_TRUE(approxHasOn(p2, p3, Point2(x, y)));
-}
-
-TEST(SegmentIntersection, NearlyParallelLinesMeetingBeyondASegmentGiveTheNearestEndPoint) {
-  // The lines cross at x = 1.01005 on y = 0, beyond p1 = (1, 0): the rational
-  // stage's result lies off p0p1, so the nearest of the four end points stands in.
-  const Point2 p0(0.0, 0.0), p1(1.0, 0.0), p2(-1.0, 0.01), p3(3.0, -0.0099);
-  double x(0), y(0);
-  getIntersectionCoordsNoRounding(p0, p1, p2, p3, x, y);
-  EXPECT_TRUE(p1 == Point2(x, y)) << x << " " << y;
-  // The same with the segments exchanged and reversed.
-  getIntersectionCoordsNoRounding(p3, p2, p1, p0, x, y);
-  EXPECT_TRUE(p1 == Point2(x, y)) << x << " " << y;
-}
-
-TEST(SegmentIntersection, CollinearSegmentsWarnAndThrow) {
+TEST(SegmentIntersection, CollinearAndNonFiniteInputThrowsAndDoesNotPoisonLaterCalls) {
   double x(0), y(0);
   testing::internal::CaptureStdout();
   EXPECT_THROW(getIntersectionCoordsNoRounding(Point2(0, 0), Point2(2, 2), Point2(1, 1), Point2(3, 3), x, y),
@@ -182,10 +164,6 @@ TEST(SegmentIntersection, CollinearSegmentsWarnAndThrow) {
   const std::string out(testing::internal::GetCapturedStdout());
   EXPECT_NE(std::string::npos,
             out.find("getIntersectionCoordsNoRounding(), WARNING: has been called for collinear segments"));
-}
-
-TEST(SegmentIntersection, NonFiniteInputThrowsAndDoesNotPoisonLaterCalls) {
-  double x(0), y(0);
   testing::internal::CaptureStdout();
   EXPECT_THROW(getIntersectionCoordsNoRounding(Point2(0, 0), Point2(INF, 2), Point2(0, 2), Point2(2, 0), x, y),
                VaskException);
@@ -200,28 +178,31 @@ TEST(SegmentIntersection, NonFiniteInputThrowsAndDoesNotPoisonLaterCalls) {
 // ---------------------------------------------------------------------------
 // Quick segment test
 
-TEST(IntersectionState, ClassifiesCrossingTouchingDisjointAndCollinear) {
+TEST(IntersectionState, ClassifiesCrossingTouchingDisjointAndCollinearExactly) {
   KiroTest kiroTest;
   kiroTest.setStaticBound_MT(10.0);
   const Point2 a(0, 0), b(2, 2), c(0, 2), d(2, 0), e(3, 3), f(4, 4), g(1, 1), h(5, 0), k(2, 3);
-  EXPECT_EQ(IST_REGULAR, kiroTest.getIntersectionState(&a, &b, &c, &d));
-  EXPECT_EQ(IST_REGULAR, kiroTest.getIntersectionState(&a, &b, &g, &h)) << "touching end point";
-  EXPECT_EQ(IST_NOIS, kiroTest.getIntersectionState(&a, &g, &c, &k));
-  EXPECT_EQ(IST_NOIS, kiroTest.getIntersectionState(&a, &b, &d, &h)) << "same side";
-  EXPECT_EQ(IST_NOIS, kiroTest.getIntersectionState(&a, &h, &c, &k)) << "line crossed beyond the segment";
-  EXPECT_EQ(IST_COLLINEAR, kiroTest.getIntersectionState(&a, &b, &g, &e)) << "overlap";
-  EXPECT_EQ(IST_COLLINEAR, kiroTest.getIntersectionState(&a, &e, &g, &b)) << "containment";
-  EXPECT_EQ(IST_COLLINEAR, kiroTest.getIntersectionState(&a, &b, &b, &e)) << "touching end to end";
-  EXPECT_EQ(IST_NOIS, kiroTest.getIntersectionState(&a, &g, &e, &f)) << "collinear and apart";
-}
-
-TEST(IntersectionState, NearlyCollinearSegmentsAreClassifiedExactly) {
-  KiroTest kiroTest;
-  kiroTest.setStaticBound_MT(10.0);
-  const Point2 a(0, 0), b(3, 1), c(1, 1.0 / 3.0), d(2, ulpShift(2.0 / 3.0, 1)), e(1, ulpShift(1.0 / 3.0, 2));
-  // c lies one rounding below the line ab, d and e above it.
-  EXPECT_EQ(IST_REGULAR, kiroTest.getIntersectionState(&a, &b, &c, &d));
-  EXPECT_EQ(IST_NOIS, kiroTest.getIntersectionState(&a, &b, &d, &e));
+  // p lies one rounding below the line from a to q, r and s above it.
+  const Point2 q(3, 1), p(1, 1.0 / 3.0), r(2, ulpShift(2.0 / 3.0, 1)), s(1, ulpShift(1.0 / 3.0, 2));
+  struct Case {
+    const char* name;
+    const Point2 *p0, *p1, *p2, *p3;
+    IntersectionState2 expected;
+  };
+  const Case aCase[] = {
+      {"crossing", &a, &b, &c, &d, IST_REGULAR},
+      {"touching end point", &a, &b, &g, &h, IST_REGULAR},
+      {"apart", &a, &g, &c, &k, IST_NOIS},
+      {"same side", &a, &b, &d, &h, IST_NOIS},
+      {"line crossed beyond the segment", &a, &h, &c, &k, IST_NOIS},
+      {"overlap", &a, &b, &g, &e, IST_COLLINEAR},
+      {"containment", &a, &e, &g, &b, IST_COLLINEAR},
+      {"touching end to end", &a, &b, &b, &e, IST_COLLINEAR},
+      {"collinear and apart", &a, &g, &e, &f, IST_NOIS},
+      {"nearly collinear, crossing", &a, &q, &p, &r, IST_REGULAR},
+      {"nearly collinear, same side", &a, &q, &r, &s, IST_NOIS},
+  };
+  for (const Case& c : aCase) EXPECT_EQ(c.expected, kiroTest.getIntersectionState(c.p0, c.p1, c.p2, c.p3)) << c.name;
 }
 
 // ---------------------------------------------------------------------------
@@ -241,19 +222,13 @@ TEST(Ulp, IsTwoToTheExponentMinus52AndExactAtEveryPowerOfTwo) {
 
 TEST(ApproxHasOn, AcceptsEndPointsAndInnerPointsOnly) {
   const Point2 a(0, 0), b(4, 0);
-  EXPECT_TRUE(approxHasOn(a, b, a));
-  EXPECT_TRUE(approxHasOn(a, b, b));
-  EXPECT_TRUE(approxHasOn(a, b, Point2(2, 0)));
-  EXPECT_TRUE(approxHasOn(a, b, Point2(2, 1))) << "collinearity is not tested";
-  EXPECT_FALSE(approxHasOn(a, b, Point2(4.5, 0)));
-  EXPECT_FALSE(approxHasOn(a, b, Point2(-1e-9, 0)));
-  EXPECT_FALSE(approxHasOn(a, b, Point2(NaN, 0)));
+  for (const Point2& p : {a, b, Point2(2, 0), Point2(2, 1)}) EXPECT_TRUE(approxHasOn(a, b, p)) << p; // no collinearity test
+  for (const Point2& p : {Point2(4.5, 0), Point2(-1e-9, 0), Point2(NaN, 0)}) EXPECT_FALSE(approxHasOn(a, b, p)) << p;
 }
 
-TEST(FootPoint, OfAPointOnTheLineIsThatPointAndOffTheLineIsPerpendicular) {
+TEST(FootPoint, LiesOnTheLinePerpendicularAndDegenerateLinesWarn) {
   const Point2 p0(1, 1), p1(5, 3);
-  const Point2 on(3, 2);
-  const Point2 foot(getFootPoint(p0, p1, on));
+  const Point2 foot(getFootPoint(p0, p1, Point2(3, 2)));
   EXPECT_NEAR(3.0, foot.x(), 1e-15);
   EXPECT_NEAR(2.0, foot.y(), 1e-15);
   const Point2 q(0, 5);
@@ -261,51 +236,16 @@ TEST(FootPoint, OfAPointOnTheLineIsThatPointAndOffTheLineIsPerpendicular) {
   EXPECT_NEAR(0.0, (q - f) * (p1 - p0), 1e-12);
   EXPECT_NEAR(std::sqrt(sqDistance2D(q, f)), getPointLineDistance2D(p0, p1, q), 1e-15);
   EXPECT_NEAR(std::sqrt(20.0), getPointLineDistance2D(p0, p1, Point2(3, 2) + Vector2(-2, 4)), 1e-13);
-}
-
-TEST(FootPoint, EqualPointsBreakTheAssertionAndUnderflowingLengthsWarn) {
   testing::internal::CaptureStdout();
   EXPECT_THROW(getFootPoint(Point2(1, 1), Point2(1, 1), Point2(0, 0)), VaskException);
   const Point2 far(getFootPoint(Point2(0, 0), Point2(1e-200, 0), Point2(1, 1)));
-  const std::string out(testing::internal::GetCapturedStdout());
-  EXPECT_NE(std::string::npos, out.find("Condition [ p1!=p0 failed ]"));
-  EXPECT_NE(std::string::npos, out.find("getFootPoint(), WARNING: p0==p1, invalid parameters"));
-  EXPECT_TRUE(Point2(-999, -999) == far);
-}
-
-TEST(PointLineDistance, DegenerateLineWarnsAndMeasuresToThePoint) {
-  testing::internal::CaptureStdout();
   const double dist(getPointLineDistance2D(Point2(1, 1), Point2(1, 1), Point2(4, 5)));
   const std::string out(testing::internal::GetCapturedStdout());
-  EXPECT_EQ(5.0, dist);
-  EXPECT_NE(std::string::npos, out.find("getPointLineDistance2D(..), WARNING: p0==p1"));
-}
-
-TEST(BetterCoordinate, BisectionFindsTheCrossingOfTheLine) {
-  const Point2 a(0, 0), b(3, 1);
-  // On y = 1/3 rounded the line is crossed near x = 1; the result is as close as doubles allow.
-  const Point2 p(1.001, 1.0 / 3.0);
-  const double x(getBetterX(a, b, p, 0.01));
-  const Point2 better(x, p.y());
-  EXPECT_NEAR(1.0, x, 1e-15);
-  for (int k = -2; k <= 2; ++k)
-    EXPECT_LE(compareLineDistance(a, b, better, Point2(ulpShift(x, k), p.y())), 0) << k;
-  const double y(getBetterY(a, b, Point2(1.5, 0.4), 0.2));
-  EXPECT_EQ(0.5, y);
-  EXPECT_EQ(1.001, getBetterX(a, b, p, 1e-6)) << "range does not bracket the line";
-  EXPECT_EQ(7.0, getBetterX(Point2(0, 0), Point2(0, 1), Point2(7, 0.5), 0.0));
-}
-
-TEST(CenterWithShift, MidpointOfADiagonalIsExact) {
-  const Point2 c(centerWithShift(Point2(0, 0), Point2(1, 1)));
-  EXPECT_EQ(0.5, c.x());
-  EXPECT_EQ(0.5, c.y());
-}
-
-TEST(CenterWithShift, VerticalSegmentKeepsItsX) {
-  const Point2 c(centerWithShift(Point2(0.3, -1.0), Point2(0.3, 2.5)));
-  EXPECT_EQ(0.3, c.x());
-  EXPECT_EQ(0.75, c.y());
+  for (const char* text : {"Condition [ p1!=p0 failed ]", "getFootPoint(), WARNING: p0==p1, invalid parameters",
+                           "getPointLineDistance2D(..), WARNING: p0==p1"})
+    EXPECT_NE(std::string::npos, out.find(text)) << text;
+  EXPECT_TRUE(Point2(-999, -999) == far);
+  EXPECT_EQ(5.0, dist); // measured to the point
 }
 
 namespace {
@@ -343,6 +283,12 @@ TEST(BetterCoordinate, EndsWithinOneUlpOfTheLineWheneverTheRangeBracketsIt) {
     ASSERT_LE(std::fabs(y - mid.y()), range);
   }
   EXPECT_GT(numBracketed, 1000);
+  // On y = 1/3 rounded the line from (0,0) to (3,1) is crossed near x = 1.
+  const Point2 a(0, 0), b(3, 1), p(1.001, 1.0 / 3.0);
+  EXPECT_NEAR(1.0, getBetterX(a, b, p, 0.01), 1e-15);
+  EXPECT_EQ(0.5, getBetterY(a, b, Point2(1.5, 0.4), 0.2));
+  EXPECT_EQ(1.001, getBetterX(a, b, p, 1e-6)) << "range does not bracket the line";
+  EXPECT_EQ(7.0, getBetterX(Point2(0, 0), Point2(0, 1), Point2(7, 0.5), 0.0));
 }
 
 TEST(CenterWithShift, StaysNearTheMidpointAndComesCloserToTheLine) {
@@ -370,15 +316,13 @@ TEST(CenterWithShift, StaysNearTheMidpointAndComesCloserToTheLine) {
   // A bisection ends on either side of the crossing, so now and then one ulp
   // farther than a midpoint that happened to lie close; mostly it gains.
   EXPECT_GT(numCloser, 5 * numFarther);
+  // Exact midpoints stay, vertical segments keep their x, huge coordinates do not overflow.
+  EXPECT_TRUE(Point2(0.5, 0.5) == centerWithShift(Point2(0, 0), Point2(1, 1)));
+  EXPECT_TRUE(Point2(0.3, 0.75) == centerWithShift(Point2(0.3, -1.0), Point2(0.3, 2.5)));
+  EXPECT_EQ(0.75 * DBL_MAX, centerWithShift(Point2(DBL_MAX, DBL_MAX), Point2(DBL_MAX / 2, DBL_MAX / 2)).x());
 }
 
-TEST(CenterWithShift, HugeCoordinatesDoNotOverflow) {
-  const Point2 c(centerWithShift(Point2(DBL_MAX, DBL_MAX), Point2(DBL_MAX / 2, DBL_MAX / 2)));
-  EXPECT_TRUE(std::isfinite(c.x()) && std::isfinite(c.y()));
-  EXPECT_EQ(0.75 * DBL_MAX, c.x());
-}
-
-TEST(Angles, UnitVectorsGiveDegreesAndCosines) {
+TEST(Angles, UnitVectorsGiveDegreesAndOthersBreakTheAssertion) {
   EXPECT_NEAR(90.0, getAngleDegree(Vector2(1, 0), Vector2(0, 1)), 1e-9);
   EXPECT_NEAR(180.0, getAngleDegree(Vector2(1, 0), Vector2(-1, 0)), 1e-9);
   EXPECT_EQ(0.0, getAngleDegree(Vector2(1, 0), Vector2(1, 0)));
@@ -386,15 +330,12 @@ TEST(Angles, UnitVectorsGiveDegreesAndCosines) {
   // A dot product just beyond 1 by rounding is limited, not NaN.
   const Vector2 v(0.6, 0.8);
   EXPECT_FALSE(std::isnan(getAngleDegree(v, v * 1.0000000000000002)));
-}
-
-TEST(Angles, VectorsThatAreNotUnitBreakTheAssertion) {
   testing::internal::CaptureStdout();
   EXPECT_THROW(getAngleDegree(Vector2(2, 0), Vector2(0, 1)), VaskException);
   EXPECT_THROW(getCosPhi(Vector2(1, 0), Vector2(0, 0)), VaskException);
   EXPECT_THROW(getAngleDegree(Vector2(NaN, 0), Vector2(0, 1)), VaskException);
   const std::string out(testing::internal::GetCapturedStdout());
-  EXPECT_NE(std::string::npos, out.find("getAngleDegree has been called for vectors with length!=1.0:"));
-  EXPECT_NE(std::string::npos, out.find("  Lengths are: len0=2   len1=1"));
-  EXPECT_NE(std::string::npos, out.find("getCosPhi has been called for vectors with length!=1.0:"));
+  for (const char* text : {"getAngleDegree has been called for vectors with length!=1.0:", "  Lengths are: len0=2   len1=1",
+                           "getCosPhi has been called for vectors with length!=1.0:"})
+    EXPECT_NE(std::string::npos, out.find(text)) << text;
 }

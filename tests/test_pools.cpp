@@ -50,48 +50,23 @@ std::vector<int> drawAndMeasure(Pool& pool, int n) {
 
 // ---------------------------------------------------------------- SimplePool
 
-TEST(SimplePool, AutomaticGrowthHalvesOnceThenDoubles) {
-  SimplePool<int> tiny;
-  tiny.init(1, -1);
-  // 1 + 1 + 2 + 4 + 8 elements fill five blocks; one more opens the sixth.
-  EXPECT_EQ(drawAndMeasure(tiny, 17), (std::vector<int>{1, 1, 2, 4, 8}));
-
-  SimplePool<int> guess;
-  guess.init(100, -1);
-  EXPECT_EQ(drawAndMeasure(guess, 451), (std::vector<int>{100, 50, 100, 200}));
-  EXPECT_FALSE(guess.isSingleBlock());
-}
-
-TEST(SimplePool, FixedIncreaseGivesEqualBlocksAboveTheLimit) {
-  SimplePool<int> pool;
-  pool.init(100, 5);
-  EXPECT_EQ(drawAndMeasure(pool, 116), (std::vector<int>{100, 5, 5, 5}));
-
-  // Only automatic growth is capped.
-  SimplePool<Rec24> big;
-  big.init(1, 416667 + 10);
-  for (int i = 0; i < 2; ++i) big.get();
-  int numUsed(0);
-  big.getContainer(1, numUsed);
-  EXPECT_EQ(numUsed, 1);
-  EXPECT_GT(416667 + 10, big.getIncreaseLimit());
-}
-
-TEST(SimplePool, IncreaseLimitIsTenMegabytesPerBlock) {
-  SimplePool<Rec24> pool;
-  pool.init(3, -1);
-  EXPECT_EQ(pool.getIncreaseLimit(), 416666);
-  SimplePool<Rec40, POOL_BLOCK_BYTES_LARGE> large;
-  large.init(3, -1);
-  EXPECT_EQ(large.getIncreaseLimit(), 2500000);
-  SimplePool<Point2> vertices;
-  vertices.init(3, -1);
-  EXPECT_EQ(vertices.getIncreaseLimit(), int(10000000 / sizeof(Point2)));
-}
-
-TEST(SimplePool, AutomaticBlocksNeverExceedTheLimit) {
+TEST(SimplePool, BlocksHalveOnceThenDoubleUpToTenMegabytesOrGrowByTheFixedIncrease) {
+  // Each row: first block, fixed increase (-1: automatic), elements drawn,
+  // the expected capacities of the first full blocks.
+  struct Case {
+    int first, increase, numDrawn;
+    std::vector<int> vSizes;
+  };
+  for (const Case& c : {Case{1, -1, 17, {1, 1, 2, 4, 8}}, Case{100, -1, 451, {100, 50, 100, 200}},
+                        Case{100, 5, 116, {100, 5, 5, 5}}, Case{1, 416667 + 10, 2, {1}}}) {
+    SimplePool<int> pool;
+    pool.init(c.first, c.increase);
+    EXPECT_EQ(drawAndMeasure(pool, c.numDrawn), c.vSizes) << c.first << " " << c.increase;
+  }
+  // Automatic growth is capped at ten megabytes per block; a fixed increase is not.
   SimplePool<Rec24> pool;
   pool.init(300000, -1);
+  EXPECT_EQ(pool.getIncreaseLimit(), 416666);
   const int n(3000000);
   for (int i = 0; i < n; ++i) pool.get()->a = i;
   int total(0);
@@ -101,56 +76,47 @@ TEST(SimplePool, AutomaticBlocksNeverExceedTheLimit) {
     pool.getContainer(i, numUsed);
     vSizes.push_back(numUsed);
     total += numUsed;
-    if (i > 0) {
-      EXPECT_LE(numUsed, 416666);
-    }
+    if (i > 0) EXPECT_LE(numUsed, 416666);
   }
   EXPECT_EQ(total, n);
-  EXPECT_EQ(vSizes[1], 150000);
-  EXPECT_EQ(vSizes[2], 300000);
-  EXPECT_EQ(vSizes[3], 416666);
-}
-
-TEST(SimplePool, HugeElementGetsLimitOneWithWarning) {
-  SimplePool<Huge> pool;
+  EXPECT_EQ(std::vector<int>(vSizes.begin(), vSizes.begin() + 4), (std::vector<int>{300000, 150000, 300000, 416666}));
+  SimplePool<Rec40, POOL_BLOCK_BYTES_LARGE> large;
+  large.init(3, -1);
+  EXPECT_EQ(large.getIncreaseLimit(), 2500000);
+  SimplePool<Point2> vertices;
+  vertices.init(3, -1);
+  EXPECT_EQ(vertices.getIncreaseLimit(), int(10000000 / sizeof(Point2)));
+  SimplePool<Huge> huge;
   CaptureStdout();
-  pool.init(1, -1);
+  huge.init(1, -1);
   EXPECT_EQ(GetCapturedStdout(), "KiroPool::init(..), Warning: increaseLimit=1\n");
-  EXPECT_EQ(pool.getIncreaseLimit(), 1);
+  EXPECT_EQ(huge.getIncreaseLimit(), 1);
 }
 
-TEST(SimplePool, ContainerAccessCountsElementsInUse) {
+TEST(SimplePool, BlocksHandOutConsecutiveElementsNeverMovedAndKilledBlocksReadEmpty) {
   SimplePool<int> pool;
   pool.init(4, -1);
-  ASSERT_EQ(pool.getNumContainers(), 1);
   int numUsed(-1);
   const int* pFirst(pool.getContainer(0, numUsed));
   EXPECT_EQ(numUsed, 0);
   EXPECT_TRUE(pool.isSingleBlock());
-
   std::vector<int*> vElements;
   for (int i = 0; i < 5; ++i) {
     vElements.push_back(pool.get());
     *vElements.back() = i;
   }
   ASSERT_EQ(pool.getNumContainers(), 2);
+  EXPECT_FALSE(pool.isSingleBlock());
   EXPECT_EQ(pool.getContainer(0, numUsed), pFirst);
   EXPECT_EQ(numUsed, 4);
   int* pSecond(pool.getContainer(1, numUsed));
   EXPECT_EQ(numUsed, 1);
-  // Blocks hand out consecutive elements; earlier ones are never moved.
   for (int i = 0; i < 4; ++i) EXPECT_EQ(vElements[i], pFirst + i);
   EXPECT_EQ(vElements[4], pSecond);
   for (int i = 0; i < 5; ++i) EXPECT_EQ(*vElements[i], i);
   EXPECT_THROW(pool.getContainer(2, numUsed), VaskException);
-}
-
-TEST(SimplePool, KilledBlocksReadAsEmptyAndCurrentOneIsReplaced) {
-  SimplePool<int> pool;
-  pool.init(2, 3);
-  for (int i = 0; i < 4; ++i) pool.get();
+  // Killing the current block makes the next get() open a new one.
   pool.kill(0);
-  int numUsed(-1);
   EXPECT_EQ(pool.getContainer(0, numUsed), nullptr);
   EXPECT_EQ(numUsed, 0);
   pool.kill(1);
@@ -225,38 +191,35 @@ TEST(HilbertKey, FourLevelStepsAgreeWithTheLevelByLevelCurve) {
   }
 }
 
-TEST(HilbertKey, MinimumCornerIsZeroAndSameCellSameKey) {
-  GSS_HC2 hc(-3.0, 2.0, 5.0, 10.0, 30);
-  EXPECT_EQ(hc.getKey(-3.0, 2.0), 0u);
-  // A cell is 8 / 32768 wide.
-  const double cellSize(8.0 / 32768.0);
-  EXPECT_EQ(hc.getKey(1.0 + 0.1 * cellSize, 4.0 + 0.2 * cellSize), hc.getKey(1.0 + 0.9 * cellSize, 4.0 + 0.7 * cellSize));
-  EXPECT_NE(hc.getKey(1.0 + 0.5 * cellSize, 4.0), hc.getKey(1.0 + 1.5 * cellSize, 4.0));
-}
+TEST(HilbertKey, KeysStartAtTheMinimumCornerAndUseAllTheirBits) {
+  GSS_HC2 gss(-3.0, 2.0, 5.0, 10.0, 30);
+  EXPECT_EQ(gss.getKey(-3.0, 2.0), 0u);
+  const double cellSize(8.0 / 32768.0); // same cell, same key
+  EXPECT_EQ(gss.getKey(1.0 + 0.1 * cellSize, 4.0 + 0.2 * cellSize), gss.getKey(1.0 + 0.9 * cellSize, 4.0 + 0.7 * cellSize));
+  EXPECT_NE(gss.getKey(1.0 + 0.5 * cellSize, 4.0), gss.getKey(1.0 + 1.5 * cellSize, 4.0));
 
-TEST(HilbertKey, ThirtyBitsCoverKeysBelowTwoToTheThirty) {
   HC2 hc(0.0, 0.0, 1.0, 1.0, 30);
   EXPECT_EQ(hc.getCells(), 32768);
   std::mt19937_64 gen(7);
   std::uniform_real_distribution<double> dist(0.0, 1.0);
-  uint32_t maxKey(0);
   std::set<uint32_t> sTopQuarters;
   for (int i = 0; i < 20000; ++i) {
     const uint32_t key(hc.getKey(dist(gen), dist(gen)));
     ASSERT_LT(key, uint32_t(1) << 30);
-    maxKey = std::max(maxKey, key);
     sTopQuarters.insert(key >> 28);
   }
   EXPECT_EQ(sTopQuarters.size(), 4u);
-  EXPECT_LT(hc.getKey(std::nextafter(1.0, 0.0), 0.0), uint32_t(1) << 30);
   // The curve of state 0 ends in the corner (max x, min y).
   EXPECT_EQ(hc.getKey(std::nextafter(1.0, 0.0), 0.0), (uint32_t(1) << 30) - 1);
-}
-
-TEST(HilbertKey, ThirtyTwoBitsUseTheWholeKey) {
-  HC2 hc(0.0, 0.0, 1.0, 1.0, 32);
-  EXPECT_EQ(hc.getCells(), 65536);
-  EXPECT_EQ(hc.getKey(0.999999, 0.0), 0xFFFFFFFFu);
+  HC2 full(0.0, 0.0, 1.0, 1.0, 32);
+  EXPECT_EQ(full.getCells(), 65536);
+  EXPECT_EQ(full.getKey(0.999999, 0.0), 0xFFFFFFFFu);
+  // init resets the area.
+  HC2 later;
+  const uint32_t before(later.getKey(0.75, 0.25));
+  later.init(0.0, 0.0, 2.0, 2.0, 30);
+  EXPECT_EQ(later.getKey(1.5, 0.5), before);
+  EXPECT_NE(later.getKey(0.75, 0.25), before);
 }
 
 TEST(HilbertKey, PointsOutsideTheAreaStayInRange) {
@@ -273,14 +236,6 @@ TEST(HilbertKey, PointsOutsideTheAreaStayInRange) {
   HC2 flat(0.0, 3.0, 1.0, 3.0, 8);
   EXPECT_EQ(flat.getKey(0.0, 7.0), 0u);
   EXPECT_EQ(flat.getKey(0.3, 3.0), flat.getKey(0.3, -9.0));
-}
-
-TEST(HilbertKey, InitResetsTheArea) {
-  HC2 hc;
-  const uint32_t before(hc.getKey(0.75, 0.25));
-  hc.init(0.0, 0.0, 2.0, 2.0, 30);
-  EXPECT_EQ(hc.getKey(1.5, 0.5), before);
-  EXPECT_NE(hc.getKey(0.75, 0.25), before);
 }
 
 TEST(HilbertKey, InvalidBitCountThrowsForHC2) {

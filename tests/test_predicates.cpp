@@ -89,18 +89,19 @@ bool nearCocircular(std::mt19937_64& gen, double centerX, double centerY, double
   return true;
 }
 
-/** Checks all six orders of the triple against one exact evaluation; the
- * object's bound is raised first, as the triangulation does. */
+/** Checks all six orders of the triple, and the free forms, against one
+ * exact evaluation; the object's bound is raised first, as the
+ * triangulation does. */
 void expectExactOrientation(KiroTest& kiroTest, const Triple& t) {
   const Orientation2 expected(orientationOfSign(exactOrientationSign(t.a, t.b, t.c)));
   kiroTest.setStaticBound(&t.a, &t.b, &t.c);
-  const Orientation2 aGot[7] = {kiroTest.getOrientation2(&t.a, &t.b, &t.c),
+  const Orientation2 aGot[8] = {kiroTest.getOrientation2(&t.a, &t.b, &t.c),
                                 kiroTest.getOrientation2(&t.b, &t.c, &t.a),
                                 kiroTest.getOrientation2(&t.c, &t.a, &t.b),
                                 reversed(kiroTest.getOrientation2(&t.b, &t.a, &t.c)),
                                 reversed(kiroTest.getOrientation2(&t.a, &t.c, &t.b)),
                                 reversed(kiroTest.getOrientation2(&t.c, &t.b, &t.a)),
-                                getOrientation2_mt(&t.a, &t.b, &t.c)};
+                                getOrientation2_mt(&t.a, &t.b, &t.c), getOrientation2(&t.a, &t.b, &t.c)};
   for (Orientation2 got : aGot)
     ASSERT_EQ(expected, got) << std::hexfloat << t.a.x() << " " << t.a.y() << ", " << t.b.x() << " " << t.b.y()
                              << ", " << t.c.x() << " " << t.c.y();
@@ -301,12 +302,42 @@ const QuadFamily aQuadFamily[] = {
        return makeCcw(q);
      },
      false, false},
+    {"special configurations",
+     [](std::mt19937_64& gen, Quad& q) {
+       const double big(std::ldexp(1.0, 1020)), tiny(std::ldexp(1.0, -1074));
+       const Quad aSpecial[] = {
+           {Point2(0, 0), Point2(1, 0), Point2(1, 1), Point2(0.5, 0.5)}, // centre
+           {Point2(0, 0), Point2(1, 0), Point2(0, 1), Point2(1, 1)},     // rectangle corner
+           {Point2(0, 0), Point2(1, 0), Point2(0, 1), Point2(0, 0)},     // a corner itself
+           {Point2(-big, -big), Point2(big, -big), Point2(big, big), Point2(-big, big)},
+           {Point2(-big, -big), Point2(big, -big), Point2(big, big), Point2(0, 0)},
+           {Point2(0, 0), Point2(tiny, 0), Point2(0, tiny), Point2(tiny, tiny)},
+           {Point2(0, 0), Point2(2 * tiny, 0), Point2(0, 2 * tiny), Point2(tiny, tiny)},
+           {Point2(-1e300, 0), Point2(1e-300, -1e-300), Point2(1e300, 1e300), Point2(0, 1e-300)},
+           {Point2(5, 0), Point2(3, 4), Point2(-4, 3), Point2(0, -5)}, // cocircular, no rectangle
+       };
+       q = aSpecial[gen() % (sizeof(aSpecial) / sizeof(aSpecial[0]))];
+       return makeCcw(q);
+     },
+     false, false},
 };
+
+/** Runs check in the given rounding mode and expects the mode unchanged
+ * afterwards: the predicates must answer exactly in every mode the caller
+ * has set, and leave it as it was. */
+template <class Check> void inRoundingMode(int mode, Check check) {
+  ASSERT_EQ(0, std::fesetround(mode));
+  check();
+  const int after(std::fegetround());
+  std::fesetround(FE_TONEAREST);
+  ASSERT_EQ(mode, after) << "the caller's rounding mode was not restored";
+}
+const int aMode[4] = {FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO};
 
 } // namespace
 
 // ---------------------------------------------------------------------------
-// Exactness against the rational oracle
+// Exactness against the rational oracle, in every rounding mode
 
 TEST(OrientationExactness, AgreesWithRationalsOnEveryNearDegenerateFamily) {
   for (const TripleFamily& family : aTripleFamily) {
@@ -318,7 +349,7 @@ TEST(OrientationExactness, AgreesWithRationalsOnEveryNearDegenerateFamily) {
       Triple t;
       if (!family.draw(gen, t)) continue;
       if (family.bExactZero) ASSERT_EQ(0, exactOrientationSign(t.a, t.b, t.c));
-      expectExactOrientation(kiroTest, t);
+      inRoundingMode(aMode[i % 4], [&] { expectExactOrientation(kiroTest, t); });
       if (HasFatalFailure()) return;
     }
     if (family.bWithoutRationals) EXPECT_EQ(0u, kiroTest.getCounters().orientExact);
@@ -336,33 +367,12 @@ TEST(IncircleExactness, AgreesWithRationalsOnEveryNearDegenerateFamily) {
       Quad q;
       if (!family.draw(gen, q)) continue;
       if (family.bExactZero) ASSERT_EQ(0, exactIncircleSign(q.a, q.b, q.c, q.d));
-      expectExactIncircle(kiroTest, q);
+      inRoundingMode(aMode[i % 4], [&] { expectExactIncircle(kiroTest, q); });
       if (HasFatalFailure()) return;
       ++numTested;
     }
     EXPECT_GT(numTested, 10000);
     if (family.bWithoutRationals) EXPECT_EQ(0u, kiroTest.getCounters().incircleExact);
-  }
-}
-
-TEST(IncircleExactness, SpecialConfigurations) {
-  KiroTest kiroTest;
-  const double big(std::ldexp(1.0, 1020));
-  const double tiny(std::ldexp(1.0, -1074));
-  std::vector<Quad> vQuad = {
-      {Point2(0, 0), Point2(1, 0), Point2(1, 1), Point2(0.5, 0.5)},          // centre
-      {Point2(0, 0), Point2(1, 0), Point2(0, 1), Point2(1, 1)},              // rectangle corner
-      {Point2(0, 0), Point2(1, 0), Point2(0, 1), Point2(0, 0)},              // a corner itself
-      {Point2(-big, -big), Point2(big, -big), Point2(big, big), Point2(-big, big)},
-      {Point2(-big, -big), Point2(big, -big), Point2(big, big), Point2(0, 0)},
-      {Point2(0, 0), Point2(tiny, 0), Point2(0, tiny), Point2(tiny, tiny)},
-      {Point2(0, 0), Point2(2 * tiny, 0), Point2(0, 2 * tiny), Point2(tiny, tiny)},
-      {Point2(-1e300, 0), Point2(1e-300, -1e-300), Point2(1e300, 1e300), Point2(0, 1e-300)},
-      {Point2(5, 0), Point2(3, 4), Point2(-4, 3), Point2(0, -5)},             // cocircular, no rectangle
-  };
-  for (Quad& q : vQuad) {
-    expectExactIncircle(kiroTest, q);
-    if (HasFatalFailure()) return;
   }
 }
 
@@ -531,69 +541,15 @@ TEST(Orientation, EqualPointsRoundedThirdAndTriangleEdgeForm) {
 }
 
 // ---------------------------------------------------------------------------
-// Rounding modes
-
-TEST(RoundingMode, CallersModeIsUnchangedAndAnswersStayExactInEveryMode) {
-  // The near-degenerate families once more, entered in each rounding mode;
-  // after every call on every path the mode is the caller's.
-  const int aMode[4] = {FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO};
-  std::mt19937_64 gen(12);
-  std::vector<Triple> vTriple;
-  std::vector<Quad> vQuad;
-  for (int i = 0; i < 6600; ++i) {
-    Triple t;
-    Quad q;
-    if (familyTriple(gen, t)) vTriple.push_back(t);
-    if (familyQuad(gen, q)) vQuad.push_back(q);
-  }
-  std::vector<Orientation2> vExpectedOri;
-  std::vector<CircleState2> vExpectedCirc;
-  for (const Triple& t : vTriple) vExpectedOri.push_back(orientationOfSign(exactOrientationSign(t.a, t.b, t.c)));
-  for (const Quad& q : vQuad) vExpectedCirc.push_back(circleStateOfSign(exactIncircleSign(q.a, q.b, q.c, q.d)));
-
-  for (int mode : aMode) {
-    KiroTest kiroTest;
-    ASSERT_EQ(0, std::fesetround(mode));
-    int numModeLost(0), numWrong(0);
-    auto checkMode = [&] { numModeLost += std::fegetround() != mode; };
-    for (std::size_t i = 0; i < vTriple.size(); ++i) {
-      const Triple& t(vTriple[i]);
-      kiroTest.setStaticBound(&t.a, &t.b, &t.c);
-      checkMode();
-      numWrong += kiroTest.getOrientation2(&t.a, &t.b, &t.c) != vExpectedOri[i];
-      checkMode();
-      numWrong += getOrientation2(&t.a, &t.b, &t.c) != vExpectedOri[i];
-      checkMode();
-    }
-    for (std::size_t i = 0; i < vQuad.size(); ++i) {
-      Quad& q(vQuad[i]);
-      const Triangle2 t(&q.a, &q.b, &q.c);
-      const int cheap(kiroTest.circleInc3stateCheap(&t, &q.d));
-      numWrong += cheap != 0 && cheap != vExpectedCirc[i];
-      numWrong += kiroTest.circleInc3state(&t, &q.d) != vExpectedCirc[i];
-      checkMode();
-    }
-    const Point2 a(0, 0), b(1, 1), d(NaN, 1);
-    kiroTest.getOrientation2(&a, &b, &d);
-    checkMode();
-    std::fesetround(FE_TONEAREST);
-    EXPECT_EQ(0, numModeLost) << "mode " << mode;
-    EXPECT_EQ(0, numWrong) << "mode " << mode;
-    EXPECT_GT(kiroTest.getCounters().orientSlow, 0u);
-    EXPECT_GT(kiroTest.getCounters().orientExact, 0u);
-    EXPECT_GT(kiroTest.getCounters().incircleExact, 0u);
-  }
-}
-
-// ---------------------------------------------------------------------------
 // Faults of use
 
-TEST(NonFiniteInput, OrientationIsCollinearAndIncircleZeroAtOnce) {
+TEST(FaultsOfUse, NonFiniteInputIsDegenerateAtOnceAndNullInputThrows) {
   KiroTest kiroTest;
   kiroTest.setStaticBound_MT(1.0);
   Point2 a(0, 0), b(1, 0), c(0, 1);
   const Triangle2 t(&a, &b, &c);
-  for (const Point2& bad : {Point2(NaN, 0), Point2(0, NaN), Point2(INF, 1), Point2(1, -INF), Point2(INF, INF)}) {
+  const Point2 aBad[] = {Point2(NaN, 0), Point2(0, NaN), Point2(INF, 1), Point2(1, -INF), Point2(INF, INF)};
+  for (const Point2& bad : aBad) {
     EXPECT_EQ(ORIENTATION2_COLLINEAR, kiroTest.getOrientation2(&a, &b, &bad));
     EXPECT_EQ(ORIENTATION2_COLLINEAR, kiroTest.getOrientation2(&bad, &a, &b));
     EXPECT_EQ(ORIENTATION2_COLLINEAR, getOrientation2(&a, &bad, &b));
@@ -606,13 +562,11 @@ TEST(NonFiniteInput, OrientationIsCollinearAndIncircleZeroAtOnce) {
   }
   EXPECT_EQ(0u, kiroTest.getCounters().orientExact);
   EXPECT_EQ(0u, kiroTest.getCounters().incircleExact);
+  inRoundingMode(FE_UPWARD, [&] { kiroTest.getOrientation2(&a, &b, &aBad[0]); });
   // The shared object's bound is not poisoned by them.
   const Point2 near(0.5, 1e-9);
   EXPECT_EQ(ORIENTATION2_CCW, getOrientation2(&a, &b, &near));
-}
-
-TEST(NullInput, FreeOrientationThrows) {
-  const Point2 a(0, 0), b(1, 0), c(0, 1);
+  // Null points break the free forms' assertions.
   testing::internal::CaptureStdout();
   EXPECT_THROW(getOrientation2(nullptr, &b, &c), VaskException);
   EXPECT_THROW(getOrientation2(&a, nullptr, &c), VaskException);

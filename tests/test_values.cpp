@@ -184,17 +184,12 @@ struct TwoTriangles {
 };
 } // namespace
 
-TEST(Edge2, EndPointsLengthAndTrianglesOnBothSides) {
+TEST(Edge2, EndPointsTrianglesOnBothSidesAndOrderByTriangleThenIndex) {
   TwoTriangles m;
   const Edge2 bottom(&m.tL, 2); // opposite c: from a to b
   EXPECT_EQ(bottom.getSrc(), &m.a);
   EXPECT_EQ(bottom.getTrg(), &m.b);
   EXPECT_EQ(bottom.getLength2D(), 4.0); // length 2, squared
-  Point2 *pSrc(nullptr), *pTrg(nullptr);
-  bottom.getPoints(pSrc, pTrg);
-  EXPECT_EQ(pSrc, &m.a);
-  EXPECT_EQ(pTrg, &m.b);
-
   Triangle2 *t0(nullptr), *t1(&m.tU);
   int i0(9), i1(9);
   bottom.getTriangles(t0, t1, i0, i1);
@@ -214,10 +209,7 @@ TEST(Edge2, EndPointsLengthAndTrianglesOnBothSides) {
   EXPECT_EQ(twin.getSrc(), diagonal.getTrg());
   EXPECT_EQ(twin.getTrg(), diagonal.getSrc());
   EXPECT_NE(twin, diagonal);
-}
-
-TEST(Edge2, EqualityAndOrderUseTriangleThenIndex) {
-  TwoTriangles m;
+  // Equality and order use the triangle, then the index.
   EXPECT_EQ(Edge2(&m.tL, 1), Edge2(&m.tL, 1));
   EXPECT_NE(Edge2(&m.tL, 1), Edge2(&m.tL, 2));
   EXPECT_TRUE(Edge2(&m.tL, 0) < Edge2(&m.tL, 1));
@@ -361,18 +353,6 @@ TEST(Bbox2, PlusOntoInvalidLeftCopiesBoundsButNotTheFlag) {
   EXPECT_EQ(empty.getMaxPoint(), Point2(5, 3));
   EXPECT_TRUE(empty.isInBox(Point2(1.5, 2)));
   EXPECT_TRUE(empty.doIntersect(b));
-}
-
-TEST(Bbox2, SettersSetTheFlagOnlyForNonEmptyBoxes) {
-  Bbox2 box;
-  box.setMinX(0);
-  box.setMinY(0);
-  box.setMaxX(2);
-  EXPECT_FALSE(box.isInBox(Point2(1, 0)));
-  box.setMaxY(1);
-  EXPECT_TRUE(box.isInBox(Point2(1, 0)));
-  box.setMaxX(-1); // inverted now; the flag is never cleared here
-  EXPECT_FALSE(box.isInBox(Point2(1, 0)));
 }
 
 TEST(Bbox2, MeasuresCornersCenterAndClosedInclusion) {

@@ -21,6 +21,7 @@
 namespace KIRO_VASK2D {
 
 class Visualizer2;
+class ConstraintMgr;
 
 /** The Delaunay triangulation behind Vask_2D. It owns every vertex and
  * triangle (pools), the vertex vault, the exact predicates and the Hilbert
@@ -75,6 +76,10 @@ public:
   /** Called where a new vertex splits edge (p0, p1) of the mesh: the hook by
    * which a constraint segment over that edge is split too. */
   void onEdgeSplit(Point2*, Point2*, Point2*) {}
+
+  /** The constraint registry, made on first use (Dt2_constraints.cpp). */
+  ConstraintMgr* getConstraintMgr();
+  bool hasConstraintMgr() const { return pConstraintMgr != nullptr; }
 
   // -------------------------------------------------------------------------
   // Single-point insertion (Dt2_insert.cpp)
@@ -239,6 +244,8 @@ private:
   std::vector<Triangle2*> vRemainingT;                        // its last three triangles
   std::vector<std::pair<Triangle2*, int> > vSweepE, vSweepNextE; // rounds of the removal's flip sweep
   bool bFastMode;
+  ConstraintMgr* pConstraintMgr; // null until the first constraint
+  void deleteConstraintMgr();
   /** Set only while triangles are cut in; insertion then flips nothing but
    * zero-area triangles at the hull. */
   bool bSuppressFlips;

@@ -5,6 +5,7 @@
 #include "Vask_2D.h"
 #include "constraints/ConstraintMgr.h"
 #include "core/Dt2.h"
+#include "helpers/TestHelpers.h"
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -336,4 +337,110 @@ TEST(ConstraintRegistry, VertexFilterCreatedLateKnowsEarlierSegments) {
   size_t numFalse(0);
   for (size_t i = 0; i + 1 < vBig.size(); ++i) numFalse += !mgr.isConstraint(vBig[i], vBig[i + 1]);
   EXPECT_EQ(numFalse, vBig.size() - 1);
+}
+
+namespace {
+
+::testing::AssertionResult meshHonoursConstraints(Dt2& dt, ConstraintMgr& mgr) {
+  std::vector<ConstraintSegment2*> vAlive;
+  mgr.getAliveConstraintSegments(vAlive);
+  for (ConstraintSegment2* pCSeg : vAlive)
+    if (!dt.isAdjacent(pCSeg->getSrc(), pCSeg->getTrg()))
+      return ::testing::AssertionFailure() << "constraint edge lost: " << *pCSeg;
+  std::vector<Triangle2*> vT;
+  std::vector<Point2*> vV;
+  dt.getTrianglePointers(vT);
+  dt.getVertexPointers(vV);
+  vask_test::ValidateOptions options;
+  options.isConstraint = [&mgr](const Point2* a, const Point2* b) {
+    return mgr.isConstraint(const_cast<Point2*>(a), const_cast<Point2*>(b));
+  };
+  const vask_test::Validation v(vask_test::validate(vT, vV, options));
+  if (!v.ok) return ::testing::AssertionFailure() << v.firstError;
+  return ::testing::AssertionSuccess();
+}
+
+} // namespace
+
+// Mesh edges (inner and hull) become constraints; then points go in, a third
+// of them exactly on a constraint edge. Each such point splits the segment,
+// the halves stand as edges, no flip removes a constraint edge, and every
+// other edge stays locally Delaunay. Constraint vertices can't be removed;
+// removing other vertices keeps every constraint edge.
+TEST(ConstraintHooks, InsertionSplitsTheSegmentItLandsOnAndRemovalKeepsConstraints) {
+  for (unsigned seed = 1; seed <= 6; ++seed) {
+    std::mt19937 rng(seed);
+    Dt2 dt(3);
+    std::vector<Point2*> vV;
+    for (int i = 0; i < 200; ++i) vV.push_back(dt.insert(Point2(2.0 * (rng() % 64), 2.0 * (rng() % 64))));
+    ConstraintMgr& mgr(*dt.getConstraintMgr());
+    std::vector<std::pair<Triangle2*, int> > vHull;
+    dt.getConvexHullEdges(vHull);
+    std::vector<Triangle2*> vT;
+    dt.getTrianglePointers(vT);
+    std::vector<PP> vPairs;
+    for (int k = 0; k < 4; ++k) {
+      const std::pair<Triangle2*, int>& h(vHull[rng() % vHull.size()]);
+      vPairs.push_back(PP(h.first->getCorner(incIndexBy1(h.second)), h.first->getCorner(incIndexBy2(h.second))));
+    }
+    for (int k = 0; k < 30; ++k) {
+      Triangle2* pT(vT[rng() % vT.size()]);
+      const int i(static_cast<int>(rng() % 3));
+      vPairs.push_back(PP(pT->getCorner(incIndexBy1(i)), pT->getCorner(incIndexBy2(i))));
+    }
+    // Distinct pairs: with duplicates the graph's roots come back sorted,
+    // which the chain check can't follow.
+    for (PP& pp : vPairs)
+      if (pp.second < pp.first) std::swap(pp.first, pp.second);
+    std::sort(vPairs.begin(), vPairs.end());
+    vPairs.erase(std::unique(vPairs.begin(), vPairs.end()), vPairs.end());
+    std::shuffle(vPairs.begin(), vPairs.end(), rng);
+    ConstraintGraph2* pCG(mgr.buildGraph(vPairs, CIS_CONSTRAINED_DELAUNAY));
+    ASSERT_TRUE(meshHonoursConstraints(dt, mgr));
+
+    size_t numOnSegment(0);
+    for (int step = 0; step < 300; ++step) {
+      std::vector<ConstraintSegment2*> vAlive;
+      mgr.getAliveConstraintSegments(vAlive);
+      Point2 p(rng() % 128, rng() % 128);
+      if (step % 3 == 0) {
+        // The exact midpoint of a leaf: the coordinates are small dyadic
+        // numbers, so it lies exactly on the segment.
+        ConstraintSegment2* pCSeg(vAlive[rng() % vAlive.size()]);
+        p = Point2(0.5 * (pCSeg->getSrc()->x() + pCSeg->getTrg()->x()), 0.5 * (pCSeg->getSrc()->y() + pCSeg->getTrg()->y()));
+        Point2* pNew(dt.insert(p));
+        if (pNew != pCSeg->getSrc() && pNew != pCSeg->getTrg()) {
+          ++numOnSegment;
+          EXPECT_FALSE(pCSeg->isAlive());
+          EXPECT_TRUE(mgr.isConstraint(pCSeg->getSrc(), pNew) && mgr.isConstraint(pNew, pCSeg->getTrg()));
+        }
+      } else {
+        dt.insert(p);
+      }
+      if (step % 25 == 0) ASSERT_TRUE(meshHonoursConstraints(dt, mgr)) << "seed " << seed << " step " << step;
+      ASSERT_TRUE(chainHolds(*pCG, mgr));
+    }
+    EXPECT_GT(numOnSegment, 50u);
+    ASSERT_TRUE(meshHonoursConstraints(dt, mgr));
+
+    std::vector<Point2*> vAllV;
+    dt.getVertexPointers(vAllV);
+    std::shuffle(vAllV.begin(), vAllV.end(), rng);
+    size_t numRefused(0);
+    for (size_t k = 0; k < vAllV.size() / 2; ++k) {
+      const unsigned numBefore(dt.numberOfPoints());
+      const bool bConstraintVertex(mgr.isConstraint(vAllV[k]));
+      dt.remove(vAllV[k]);
+      if (bConstraintVertex) {
+        ++numRefused;
+        EXPECT_EQ(dt.numberOfPoints(), numBefore);
+      } else {
+        EXPECT_EQ(dt.numberOfPoints() + 1, numBefore);
+      }
+      if (k % 20 == 0) ASSERT_TRUE(meshHonoursConstraints(dt, mgr)) << "seed " << seed << " removal " << k;
+    }
+    EXPECT_GT(numRefused, 0u);
+    ASSERT_TRUE(meshHonoursConstraints(dt, mgr));
+    ASSERT_TRUE(chainHolds(*pCG, mgr));
+  }
 }

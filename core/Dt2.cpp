@@ -34,7 +34,7 @@ const unsigned MAX_POOL_HINT(1u << 26);
 Dt2::Dt2(unsigned numPoints)
     : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), vertexVault(this),
       pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), pLastVertex(nullptr),
-      bKeyMayBeLoose(false), bFastMode(false), bSuppressFlips(false),
+      bKeyMayBeLoose(false), bFastMode(false), pConstraintMgr(nullptr), bSuppressFlips(false),
       progress("Dt2") {
   if (numPoints < 3) numPoints = 3;
   if (numPoints > MAX_POOL_HINT) numPoints = MAX_POOL_HINT;
@@ -49,7 +49,7 @@ void Dt2::clearHullCache() {
     for (size_t i = 0; i < HULL_CACHE_SIZE; ++i) aHullCache[d][i] = HullCacheEntry{nullptr, nullptr};
 }
 
-Dt2::~Dt2() {}
+Dt2::~Dt2() { deleteConstraintMgr(); }
 
 // ---------------------------------------------------------------------------
 // Box and Hilbert key

@@ -21,6 +21,7 @@
 namespace KIRO_VASK2D {
 
 class Visualizer2;
+class ConstraintMgr;
 
 /** The Delaunay triangulation behind Vask_2D. It owns every vertex and
  * triangle (pools), the vertex vault, the exact predicates and the Hilbert
@@ -69,12 +70,23 @@ public:
     return mustFlipEdge(kiroTest, bFastMode && bHonourFastMode, pT, i,
                         [this](const Triangle2* pE, int k) { return isConstraintEdge(pE, k); });
   }
-  /** Whether edge i of pT carries an alive constraint segment. No segment
-   * exists yet in this triangulation, so no edge does. */
-  bool isConstraintEdge(const Triangle2*, int) const { return false; }
-  /** Called where a new vertex splits edge (p0, p1) of the mesh: the hook by
-   * which a constraint segment over that edge is split too. */
-  void onEdgeSplit(Point2*, Point2*, Point2*) {}
+  /** Whether edge i of pT carries an alive constraint segment. Without a
+   * constraint registry no edge does, at the cost of one compare. Asked on
+   * the calling thread only: the workers of a batch don't ask. */
+  bool isConstraintEdge(const Triangle2* pT, int i) const {
+    return pConstraintMgr != nullptr && isConstraintEdgeInMgr(pT, i);
+  }
+  /** Called where the new vertex pVtx splits edge (p0, p1) of the mesh: an
+   * alive constraint segment over that edge is split at pVtx too. */
+  void onEdgeSplit(Point2* p0, Point2* p1, Point2* pVtx) {
+    if (pConstraintMgr != nullptr) splitConstraintAt(p0, p1, pVtx);
+  }
+  /** The vertex is or was an end point of a constraint segment. */
+  bool isConstraintVertex(Point2* pVtx) const;
+
+  /** The constraint registry, made on first use (Dt2_constraints.cpp). */
+  ConstraintMgr* getConstraintMgr();
+  bool hasConstraintMgr() const { return pConstraintMgr != nullptr; }
 
   // -------------------------------------------------------------------------
   // Single-point insertion (Dt2_insert.cpp)
@@ -239,6 +251,10 @@ private:
   std::vector<Triangle2*> vRemainingT;                        // its last three triangles
   std::vector<std::pair<Triangle2*, int> > vSweepE, vSweepNextE; // rounds of the removal's flip sweep
   bool bFastMode;
+  ConstraintMgr* pConstraintMgr; // null until the first constraint
+  void deleteConstraintMgr();
+  bool isConstraintEdgeInMgr(const Triangle2* pT, int i) const;
+  void splitConstraintAt(Point2* p0, Point2* p1, Point2* pVtx);
   /** Set only while triangles are cut in; insertion then flips nothing but
    * zero-area triangles at the hull. */
   bool bSuppressFlips;

@@ -136,8 +136,12 @@ void Dt2::remove(Point2* pVtx) {
     logWarning("Dt2::remove()", "pVtx==NULL, illegal, return.");
     return;
   }
-  // A vertex of a constraint segment is refused here, before anything
-  // changes: "Illegal: Can't remove a constraint vertex" (tag "Dt2::remove(..)").
+  // A vertex of a constraint segment is refused before anything changes:
+  // the segments' trees end there. The test reads only the pointer value.
+  if (isConstraintVertex(pVtx)) {
+    logWarning("Dt2::remove(..)", "Illegal: Can't remove a constraint vertex");
+    return;
+  }
   vertexVault.rebuild(true);
   size_t poolIndex(0);
   if (!isVertexOfThis(pVtx, poolIndex)) {

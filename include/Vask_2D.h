@@ -19,6 +19,8 @@
 #include "Label.h"
 #include "Visualizer2.h"
 #include "SegmentChecker.h"
+#include "ConstraintSegment2.h"
+#include "ConstraintGraph2.h"
 #include <vector>
 
 namespace KIRO_VASK2D {

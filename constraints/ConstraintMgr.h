@@ -1,0 +1,115 @@
+#pragma once
+// The constraint registry of one triangulation: owner of every segment and
+// graph, one segment per vertex pair, and the fast answer to "is this edge a
+// constraint?" that flips and walks ask all the time.
+#include "ConstraintGraph2.h"
+#include "ConstraintSegment2.h"
+#include "constraints/FlatTable.h"
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace KIRO_VASK2D {
+
+class Dt2;
+
+struct SegmentByPairOps {
+  typedef std::pair<Point2*, Point2*> Key;
+  static Key keyOf(ConstraintSegment2* p) { return Key(p->getSrc(), p->getTrg()); }
+  static size_t hash(const Key& k) {
+    return mixWord(reinterpret_cast<uintptr_t>(k.first) * 31u + reinterpret_cast<uintptr_t>(k.second));
+  }
+  static bool isEmpty(ConstraintSegment2* p) { return p == nullptr; }
+  static ConstraintSegment2* emptyEntry() { return nullptr; }
+};
+
+struct VertexSetOps {
+  static Point2* keyOf(Point2* p) { return p; }
+  static size_t hash(Point2* p) { return mixWord(reinterpret_cast<uintptr_t>(p)); }
+  static bool isEmpty(Point2* p) { return p == nullptr; }
+  static Point2* emptyEntry() { return nullptr; }
+};
+
+class ConstraintMgr {
+public:
+  explicit ConstraintMgr(Dt2* pDt2);
+  /** Deletes all graphs, then all segments. */
+  ~ConstraintMgr();
+  ConstraintMgr(const ConstraintMgr&) = delete;
+  ConstraintMgr& operator=(const ConstraintMgr&) = delete;
+
+  /** The segment over the pair, in any order; made (alive, no owner) if the
+   * pair is new. An existing segment is returned whatever its state, and
+   * its strategy stays: a later cis is ignored. Equal pointers throw. */
+  ConstraintSegment2* addConstraintSegment(Point2* p0, Point2* p1, ConstraintInsertionStrategy cis);
+  /** Registers the children of a split; they normally exist already, which
+   * makes this a no-op. */
+  void updateConstraintSegment(ConstraintSegment2* pParentCSeg, ConstraintSegment2* pCSeg0,
+                               ConstraintSegment2* pCSeg1);
+
+  /** A graph over existing vertex pairs, without establishing anything in
+   * the mesh: pairs with equal vertices are skipped with a message,
+   * duplicates are kept. */
+  ConstraintGraph2* buildGraph(const std::vector<std::pair<Point2*, Point2*> >& vPairs, ConstraintInsertionStrategy cis);
+  /** The same with a kept direction: each pair runs from first to second. */
+  ConstraintGraph2* buildGraphOriented(const std::vector<std::pair<Point2*, Point2*> >& vPairs,
+                                       ConstraintInsertionStrategy cis);
+
+  /** An alive segment joins the two vertices (either order). */
+  bool isConstraint(Point2* p0, Point2* p1) {
+    if (tSegments.empty()) return false;
+    if (!vHashBits.empty()) {
+      if (!hasBit(p0) || !hasBit(p1)) return false;
+    } else {
+      manageHash(nullptr);
+    }
+    return isConstraintByLookup(p0, p1);
+  }
+  /** The vertex is or was an end point of a segment. */
+  bool isConstraint(Point2* pVtx) const { return tVertices.find(pVtx) != nullptr; }
+  /** The alive segment over the pair, else null. */
+  ConstraintSegment2* getConstraintSegment(Point2* p0, Point2* p1) const;
+  /** The segment over the pair in any state, else null. */
+  ConstraintSegment2* findSegment(Point2* p0, Point2* p1) const;
+  /** Append in the order of the identity pairs. */
+  void getAliveConstraintSegments(std::vector<ConstraintSegment2*>& vOut) const;
+  void getAliveAndDeadConstraintSegments(std::vector<ConstraintSegment2*>& vOut) const;
+  bool hasConstraints() const { return !tSegments.empty(); }
+  const std::vector<ConstraintGraph2*>& getGraphs() const { return vConstraintGraphs; }
+  Dt2* getDt2() const { return pDt2; }
+  /** Whether the vertex filter exists (it appears from 10000 vertices on). */
+  bool hasVertexFilter() const { return !vHashBits.empty(); }
+  /** Bytes of the registry's own containers and segments (no graphs). */
+  size_t memoryBytes() const;
+
+private:
+  static const unsigned HASH_BITS = 262144;
+  static const unsigned MIN_VERTICES_FOR_FILTER = 10000;
+  // Vertices come from pools of 32-byte or larger objects: the low 5 bits of
+  // their addresses carry nothing.
+  static unsigned vertexHash(const Point2* p) { return static_cast<unsigned>((reinterpret_cast<uintptr_t>(p) >> 5) & 0x3ffff); }
+  bool hasBit(const Point2* p) const {
+    const unsigned h(vertexHash(p));
+    return (vHashBits[h >> 6] >> (h & 63)) & 1u;
+  }
+  void setBit(const Point2* p) {
+    const unsigned h(vertexHash(p));
+    vHashBits[h >> 6] |= uint64_t(1) << (h & 63);
+  }
+  void manageHash(ConstraintSegment2* pCSeg);
+  bool isConstraintByLookup(Point2* p0, Point2* p1) const;
+  ConstraintSegment2* newSegment(Point2* p0, Point2* p1, ConstraintInsertionStrategy cis);
+  void sortedSegments(bool bAliveOnly, std::vector<ConstraintSegment2*>& vOut) const;
+
+  FlatTable<ConstraintSegment2*, std::pair<Point2*, Point2*>, SegmentByPairOps> tSegments; // alive and dead
+  FlatTable<Point2*, Point2*, VertexSetOps> tVertices; // all end points
+  Dt2* pDt2;
+  std::vector<ConstraintGraph2*> vConstraintGraphs;
+  std::vector<uint64_t> vHashBits; // empty, or HASH_BITS bits
+  // Segments live in blocks of SEGMENTS_PER_BLOCK: no per-object allocation.
+  static const size_t SEGMENTS_PER_BLOCK = 1024;
+  std::vector<ConstraintSegment2*> vBlocks;
+  size_t numInLastBlock;
+};
+
+} // namespace KIRO_VASK2D

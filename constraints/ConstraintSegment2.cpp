@@ -1,0 +1,132 @@
+#include "ConstraintSegment2.h"
+#include "ConstraintGraph2.h"
+#include "constraints/ConstraintMgr.h"
+#include "core/Dt2.h"
+#include "support/Log.h"
+#include "support/VaskAssert.h"
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <ostream>
+
+namespace KIRO_VASK2D {
+
+namespace {
+// The running number of segments: process-wide and unsynchronised; nothing
+// depends on it but debug output.
+uint32_t labelCounter(0);
+} // namespace
+
+ConstraintSegment2::ConstraintSegment2(Point2* p0_, Point2* p1_, ConstraintInsertionStrategy cis_)
+    : label(labelCounter++), cis(static_cast<uint8_t>(cis_)), bAlive(true), pOwner0(nullptr),
+      pMoreOwners(nullptr), p0(p0_), p1(p1_), adjacentArea(std::numeric_limits<double>::max()) {
+  VASK_ASSERT(p0 < p1);
+  aChildren[0] = aChildren[1] = nullptr;
+}
+
+ConstraintSegment2::~ConstraintSegment2() { delete pMoreOwners; }
+
+unsigned int ConstraintSegment2::getNumberOfOwners() const {
+  if (pOwner0 == nullptr) return 0;
+  return 1u + (pMoreOwners != nullptr ? static_cast<unsigned>(pMoreOwners->size()) : 0u);
+}
+
+void ConstraintSegment2::getOwners(std::vector<ConstraintGraph2*>& vOut) const {
+  if (pOwner0 == nullptr) return;
+  vOut.push_back(pOwner0);
+  if (pMoreOwners != nullptr) vOut.insert(vOut.end(), pMoreOwners->begin(), pMoreOwners->end());
+}
+
+ConstraintGraph2* ConstraintSegment2::getFirstOwner() const { return pOwner0; }
+
+void ConstraintSegment2::addOwnerRecursive(ConstraintGraph2* pOwner) {
+  // The owner set stays sorted: pOwner0 is the smallest, pMoreOwners the rest.
+  if (pOwner0 == nullptr) {
+    pOwner0 = pOwner;
+  } else if (pOwner != pOwner0) {
+    if (pMoreOwners == nullptr) pMoreOwners = new std::vector<ConstraintGraph2*>();
+    std::vector<ConstraintGraph2*>& v(*pMoreOwners);
+    if (std::find(v.begin(), v.end(), pOwner) == v.end()) {
+      ConstraintGraph2* pLarger(pOwner);
+      if (pOwner < pOwner0) std::swap(pLarger, pOwner0);
+      v.insert(std::lower_bound(v.begin(), v.end(), pLarger), pLarger);
+    }
+  }
+  if (!isAlive()) {
+    ConstraintSegment2* pKid0(aChildren[0]);
+    ConstraintSegment2* pKid1(aChildren[1]);
+    VASK_ASSERT(pKid0 != 0 && pKid1 != 0);
+    pKid0->addOwnerRecursive(pOwner);
+    pKid1->addOwnerRecursive(pOwner);
+  }
+}
+
+bool ConstraintSegment2::split_combinatorialOnly(Point2* pSplit) {
+  // Every check comes before the first change: a refused split leaves the
+  // tree, the owners and the registry as they were.
+  VASK_ASSERT(pSplit != 0);
+  VASK_ASSERT(isAlive());
+  VASK_ASSERT(p0 != pSplit && p1 != pSplit);
+  VASK_ASSERT(hasOwners());
+  ConstraintMgr* pMgr(getFirstOwner()->getDt2()->getConstraintMgr());
+  ConstraintSegment2* pKid0(pMgr->addConstraintSegment(p0, pSplit, getCIS()));
+  ConstraintSegment2* pKid1(pMgr->addConstraintSegment(p1, pSplit, getCIS()));
+  aChildren[0] = pKid0;
+  aChildren[1] = pKid1;
+
+  std::vector<ConstraintGraph2*> vOwners;
+  getOwners(vOwners);
+  for (ConstraintGraph2* pOwner : vOwners) {
+    pKid0->addOwnerRecursive(pOwner);
+    pKid1->addOwnerRecursive(pOwner);
+  }
+  for (size_t i = 0; i < vOwners.size(); ++i) vOwners[i]->updateSplittedConstraintSegment(this, i == 0);
+  return true;
+}
+
+void ConstraintSegment2::getChildrenRec(std::vector<ConstraintSegment2*>& vOut) const {
+  VASK_ASSERT(aChildren[0] != nullptr && aChildren[1] != nullptr);
+  // An explicit stack, as a tree split along one side again and again is as
+  // deep as it has leaves. Child 1 goes on first, so child 0 comes out first.
+  std::vector<ConstraintSegment2*> vStack{aChildren[1], aChildren[0]};
+  while (!vStack.empty()) {
+    ConstraintSegment2* pCSeg(vStack.back());
+    vStack.pop_back();
+    if (pCSeg->isAlive()) {
+      vOut.push_back(pCSeg);
+      continue;
+    }
+    // A suspended segment has no children and must never be walked.
+    VASK_ASSERT(pCSeg->aChildren[0] != nullptr && pCSeg->aChildren[1] != nullptr);
+    vStack.push_back(pCSeg->aChildren[1]);
+    vStack.push_back(pCSeg->aChildren[0]);
+  }
+}
+
+void ConstraintSegment2::getChildrenAndSplitPoint(ConstraintSegment2*& pChild0, ConstraintSegment2*& pChild1,
+                                                  Point2*& pSplitPoint) const {
+  if (isAlive()) {
+    logWarning("ConstraintSegment2::getChildrenAndSplitPoint()", "*this is still alive!");
+    return;
+  }
+  VASK_ASSERT(aChildren[0] != nullptr && aChildren[1] != nullptr);
+  pChild0 = aChildren[0];
+  pChild1 = aChildren[1];
+  Point2* pSplit(nullptr);
+  if (pChild0->getTrg() == pChild1->getSrc() || pChild0->getTrg() == pChild1->getTrg()) pSplit = pChild0->getTrg();
+  else if (pChild0->getSrc() == pChild1->getSrc() || pChild0->getSrc() == pChild1->getTrg()) pSplit = pChild0->getSrc();
+  pSplitPoint = pSplit;
+  VASK_ASSERT(pSplitPoint != NULL);
+}
+
+std::ostream& operator<<(std::ostream& stream, const ConstraintSegment2& cseg) {
+  stream << "ConstraintSegment2 label" << cseg.label << " ";
+  if (cseg.isAlive()) stream << "[alive]";
+  else stream << "[DEAD, numChildren=" << (cseg.aChildren[0] != nullptr ? 2 : 0) << "]";
+  const Point2& a(*cseg.p0);
+  const Point2& b(*cseg.p1);
+  stream << " " << a << " - " << b << " length=" << std::sqrt(sqDistance2D(a, b));
+  return stream;
+}
+
+} // namespace KIRO_VASK2D

@@ -63,8 +63,7 @@ inline void linkPair(Triangle2* pT, int i, Triangle2* pN, int j) {
              Nc                   T   Nc
 */
 template <class CreateTriangle>
-inline Triangle2* splitTriangle13(Triangle2* pT, Point2* pVtx, CreateTriangle create,
-                                  std::vector<Triangle2*>& vStack) {
+inline Triangle2* splitTriangle13(Triangle2* pT, Point2* pVtx, CreateTriangle create, std::vector<Triangle2*>& vStack) {
   VASK_ASSERT(vStack.empty());
   Point2* a(pT->getCorner(0));
   Point2* b(pT->getCorner(1));

@@ -16,14 +16,15 @@ using namespace KIRO_VASK2D;
 namespace {
 
 // Small meshes with integer coordinates, so that edge midpoints are exact.
-std::vector<std::vector<Point2> > meshFamilies() {
-  std::vector<std::vector<Point2> > vFamilies;
+std::vector<std::vector<Point2>> meshFamilies() {
+  std::vector<std::vector<Point2>> vFamilies;
   vFamilies.push_back({Point2(0, 0), Point2(4, 0), Point2(0, 4), Point2(1, 1)}); // a corner of degree 3
   for (unsigned seed = 1; seed <= 6; ++seed) {
     std::mt19937 gen(seed);
     std::uniform_int_distribution<int> coord(0, seed < 4 ? 8 : 1000);
     std::vector<Point2> v;
-    for (int i = 0; i < 25; ++i) v.emplace_back(coord(gen), coord(gen));
+    for (int i = 0; i < 25; ++i)
+      v.emplace_back(coord(gen), coord(gen));
     vFamilies.push_back(v);
   }
   return vFamilies;
@@ -44,19 +45,29 @@ void expectLinksValid(Vask_2D& dt, std::vector<Point2*> vVertices, const std::st
   EXPECT_TRUE(v.ok) << what << ": " << v.firstError;
 }
 
-} // namespace
-
-TEST(Rewiring, FlipTwiceRestoresEveryConvexEdge) {
+// Runs body(dt, dt2, create, vBefore) on a triangulation of each family and
+// checks the mesh at the end; body compares with vBefore after each round trip.
+template <class Body> void forEachMesh(Body body) {
   for (const std::vector<Point2>& vPoints : meshFamilies()) {
     Vask_2D dt;
     dt.insert(vPoints);
     Dt2* pDt2(dt.getImpl());
-    const std::vector<vask_test::CanonicalTriangle> vBefore(vask_test::canonicalTriangles(dt));
+    auto create = [pDt2](Point2* p0, Point2* p1, Point2* p2) { return pDt2->createTriangle(p0, p1, p2); };
     std::vector<Triangle2*> vT;
     dt.getTrianglePointers(vT);
+    body(dt, *pDt2, create, vT, vask_test::canonicalTriangles(dt));
+    EXPECT_VALID(dt);
+  }
+}
+
+} // namespace
+
+TEST(Rewiring, FlipTwiceRestoresEveryConvexEdge) {
+  forEachMesh([](Vask_2D& dt, Dt2& dt2, auto, const std::vector<Triangle2*>& vT,
+                 const std::vector<vask_test::CanonicalTriangle>& vBefore) {
     for (Triangle2* pT : vT) {
       for (int i = 0; i < 3; ++i) {
-        if (!pDt2->canBeFlipped(pT, i)) continue;
+        if (!dt2.canBeFlipped(pT, i)) continue;
         flipEdge(pT, i);
         expectLinksValid(dt, verticesOf(dt), "after one flip");
         // The new diagonal is edge 1 of pT.
@@ -64,19 +75,13 @@ TEST(Rewiring, FlipTwiceRestoresEveryConvexEdge) {
         ASSERT_EQ(vask_test::canonicalTriangles(dt), vBefore);
       }
     }
-    EXPECT_VALID(dt);
-  }
+  });
 }
 
 TEST(Rewiring, TriangleSplitThenMergeRestoresTheMesh) {
-  for (const std::vector<Point2>& vPoints : meshFamilies()) {
-    Vask_2D dt;
-    dt.insert(vPoints);
-    Dt2* pDt2(dt.getImpl());
-    const std::vector<vask_test::CanonicalTriangle> vBefore(vask_test::canonicalTriangles(dt));
-    auto create = [pDt2](Point2* p0, Point2* p1, Point2* p2) { return pDt2->createTriangle(p0, p1, p2); };
-    std::vector<Triangle2*> vT, vStack, vDead;
-    dt.getTrianglePointers(vT);
+  forEachMesh([](Vask_2D& dt, Dt2& dt2, auto create, const std::vector<Triangle2*>& vT,
+                 const std::vector<vask_test::CanonicalTriangle>& vBefore) {
+    std::vector<Triangle2*> vStack, vDead;
     for (Triangle2* pT : vT) {
       const Point2 a(*pT->getCorner(0)), b(*pT->getCorner(1)), c(*pT->getCorner(2));
       Point2 p((a.x() + b.x() + c.x()) / 3, (a.y() + b.y() + c.y()) / 3);
@@ -92,22 +97,16 @@ TEST(Rewiring, TriangleSplitThenMergeRestoresTheMesh) {
       Triangle2* aFan[3] = {pT, pT->getOppositeTriangle(1), pT->getOppositeTriangle(1)->getOppositeTriangle(1)};
       vDead.clear();
       mergeFan3(&p, aFan, vDead);
-      pDt2->returnFreshTriangles(vDead);
+      dt2.returnFreshTriangles(vDead);
       ASSERT_EQ(vask_test::canonicalTriangles(dt), vBefore);
     }
-    EXPECT_VALID(dt);
-  }
+  });
 }
 
 TEST(Rewiring, EdgeSplitThenEarAndMergeRestoresTheMesh) {
-  for (const std::vector<Point2>& vPoints : meshFamilies()) {
-    Vask_2D dt;
-    dt.insert(vPoints);
-    Dt2* pDt2(dt.getImpl());
-    const std::vector<vask_test::CanonicalTriangle> vBefore(vask_test::canonicalTriangles(dt));
-    auto create = [pDt2](Point2* p0, Point2* p1, Point2* p2) { return pDt2->createTriangle(p0, p1, p2); };
-    std::vector<Triangle2*> vT, vStack, vDead;
-    dt.getTrianglePointers(vT);
+  forEachMesh([](Vask_2D& dt, Dt2& dt2, auto create, const std::vector<Triangle2*>& vT,
+                 const std::vector<vask_test::CanonicalTriangle>& vBefore) {
+    std::vector<Triangle2*> vStack, vDead;
     for (Triangle2* pT : vT) {
       for (int ith = 0; ith < 3; ++ith) {
         if (pT->getOppositeTriangle(ith) == nullptr) continue;
@@ -124,13 +123,13 @@ TEST(Rewiring, EdgeSplitThenEarAndMergeRestoresTheMesh) {
         Triangle2* pN(pT->getOppositeTriangle(1));
         cutEar(&p, pT, 0, pN);
         Triangle2* aFan[3] = {pN, nullptr, nullptr};
-        for (int k = 1; k < 3; ++k) aFan[k] = aFan[k - 1]->getOppositeTriangle(incIndexBy1(aFan[k - 1]->getIntraTriangleIndex(&p)));
+        for (int k = 1; k < 3; ++k)
+          aFan[k] = aFan[k - 1]->getOppositeTriangle(incIndexBy1(aFan[k - 1]->getIntraTriangleIndex(&p)));
         vDead.clear();
         mergeFan3(&p, aFan, vDead);
-        pDt2->returnFreshTriangles(vDead);
+        dt2.returnFreshTriangles(vDead);
         ASSERT_EQ(vask_test::canonicalTriangles(dt), vBefore);
       }
     }
-    EXPECT_VALID(dt);
-  }
+  });
 }

@@ -2,11 +2,15 @@
 # make demo   builds and runs the main example
 # make bench  runs the benchmarks against CGAL
 # SANITIZE=1  builds and tests with AddressSanitizer and UBSan in build-san/
+# TSAN=1      builds and tests with ThreadSanitizer in build-tsan/
 BUILD_TYPE ?= Release
 JOBS ?= $(shell nproc)
 ifeq ($(SANITIZE),1)
 BUILD ?= build-san
 CMAKE_FLAGS += -DVASK2D_SANITIZE=ON -DVASK2D_BUILD_BENCH=OFF
+else ifeq ($(TSAN),1)
+BUILD ?= build-tsan
+CMAKE_FLAGS += -DVASK2D_TSAN=ON -DVASK2D_BUILD_BENCH=OFF
 else
 BUILD ?= build
 endif
@@ -42,4 +46,4 @@ bench: build
 	cd $(BUILD) && for b in bench/bench_*; do [ -x "$$b" ] && "$$b" || exit 1; done
 
 clean:
-	rm -rf build build-san
+	rm -rf build build-san build-tsan

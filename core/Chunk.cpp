@@ -44,14 +44,65 @@ void Chunk::checkOwned(const Triangle2* pT, int minCorners) const {
 #endif
 }
 
+namespace {
+
+/* A disk that holds the circumdisk of pT, computed in doubles with its own
+   error bound; false where the bound is not small against the radius (a
+   near-flat triangle, or coordinates out of range), and the caller then
+   has to assume the worst. Each worker computes its own: no shared state.
+
+   With b = B - A and c = C - A (each off by one rounding, relative u =
+   2^-53), the centre is A + (cy |b|^2 - by |c|^2, bx |c|^2 - cx |b|^2) / 2d,
+   d = bx cy - by cx. Coordinates are first scaled by a power of two to the
+   unit range (exact), so that squares neither underflow nor overflow. The
+   relative error of d is below 4u kappa + u, kappa = (|bx cy| + |by cx|) /
+   |d|, and that of each numerator term below 6u; so each centre coordinate
+   is off by less than 8u (kappa + 1) (|offset| + (|terms|) / |2d|), which
+   the bound below doubles. The radius is the distance to A plus that
+   error, and the sum with A adds u |centre|. */
+bool enclosingDisk(const Triangle2* pT, double& cx, double& cy, double& radius) {
+  const Point2& A(*pT->getCorner(0));
+  const Point2& B(*pT->getCorner(1));
+  const Point2& C(*pT->getCorner(2));
+  double bx(B.x() - A.x()), by(B.y() - A.y()), qx(C.x() - A.x()), qy(C.y() - A.y());
+  const double maxAbs(std::max(std::max(std::fabs(bx), std::fabs(by)), std::max(std::fabs(qx), std::fabs(qy))));
+  if (!(maxAbs > 0.0) || !std::isfinite(maxAbs)) return false;
+  int exponent(0);
+  std::frexp(maxAbs, &exponent);
+  bx = std::ldexp(bx, -exponent);
+  by = std::ldexp(by, -exponent);
+  qx = std::ldexp(qx, -exponent);
+  qy = std::ldexp(qy, -exponent);
+  const double det(bx * qy - by * qx);
+  const double perm(std::fabs(bx * qy) + std::fabs(by * qx));
+  if (!(std::fabs(det) > 0.0)) return false;
+  const double kappa(perm / std::fabs(det));
+  const double lb(bx * bx + by * by), lc(qx * qx + qy * qy);
+  const double ox((qy * lb - by * lc) / (2.0 * det));
+  const double oy((bx * lc - qx * lb) / (2.0 * det));
+  const double terms((std::fabs(qy) * lb + std::fabs(by) * lc + std::fabs(bx) * lc + std::fabs(qx) * lb) /
+                     std::fabs(2.0 * det));
+  const double offset(std::sqrt(ox * ox + oy * oy));
+  const double err(16.0 * DBL_EPSILON * (kappa + 1.0) * (offset + terms));
+  // A centre that is not good to a thousandth of the radius is no use.
+  if (!(err < 1e-3 * offset)) return false;
+  cx = A.x() + std::ldexp(ox, exponent);
+  cy = A.y() + std::ldexp(oy, exponent);
+  const double r(std::ldexp(offset + 2.0 * err, exponent));
+  radius = r + 2.0 * DBL_EPSILON * (std::fabs(cx) + std::fabs(cy) + r);
+  return std::isfinite(cx) && std::isfinite(cy) && std::isfinite(radius);
+}
+
+} // namespace
+
 // Whether the closed circumdisk of pT, its squared radius widened by 5% for
 // rounding, meets the axis-parallel side p0-p1. A circle without a reliable
 // centre counts as reaching it: the answer must err on the safe side.
 bool Chunk::circleReachesSide(const Point2& p0, const Point2& p1, const Triangle2* pT) const {
-  const std::pair<Point2, bool> dual(pT->getDual());
-  if (!dual.second) return true;
-  const Point2& center(dual.first);
-  const double limit(sqDistance2D(center, *pT->getCorner(0)) * 1.05);
+  double cx(0.0), cy(0.0), radius(0.0);
+  if (!enclosingDisk(pT, cx, cy, radius)) return true;
+  const Point2 center(cx, cy);
+  const double limit(radius * radius * 1.05);
   const bool bVertical(p0.x() == p1.x());
   if (!bVertical) VASK_ASSERT(p0.y() == p1.y());
   const double dLine(bVertical ? center.x() - p0.x() : center.y() - p0.y());
@@ -64,17 +115,15 @@ bool Chunk::circleReachesSide(const Point2& p0, const Point2& p1, const Triangle
 // Adds the circumdisk of pT to the rectangle; a circle without a reliable
 // centre makes the extended box the whole plane.
 void Chunk::extendByCircle(const Triangle2* pT, double& minX, double& minY, double& maxX, double& maxY) {
-  const std::pair<Point2, bool> dual(pT->getDual());
-  if (!dual.second) {
+  double cx(0.0), cy(0.0), radius(0.0);
+  if (!enclosingDisk(pT, cx, cy, radius)) {
     bUnbounded = true;
     return;
   }
-  const Point2& center(dual.first);
-  const double radius(std::sqrt(sqDistance2D(center, *pT->getCorner(0))));
-  minX = std::min(minX, center.x() - radius);
-  minY = std::min(minY, center.y() - radius);
-  maxX = std::max(maxX, center.x() + radius);
-  maxY = std::max(maxY, center.y() + radius);
+  minX = std::min(minX, cx - radius);
+  minY = std::min(minY, cy - radius);
+  maxX = std::max(maxX, cx + radius);
+  maxY = std::max(maxY, cy + radius);
 }
 
 // A vertex of the mesh near the chunk's records along the curve: a record
@@ -139,10 +188,11 @@ Point2* Chunk::findMeshVertexNear() const {
    claim requires. A finished chunk's changes reach the next chunk that
    meets its box through the inserter's mutex.
 
-   Rounding. Centres and radii are computed in doubles: circles without a
-   reliable centre make X the whole plane (the chunk then runs alone), the
-   side test widens the squared radius by 5%, and X gets a margin of 1% of
-   its size and a few units of the last place. Fast mode leaves edges whose
+   Rounding. Centres and radii are computed in doubles with an error bound
+   that enlarges each disk (enclosingDisk); circles without a reliable
+   centre make X the whole plane (the chunk then runs alone), the side test
+   widens the squared radius by 5%, and X gets a margin of 1% of its size
+   and a few units of the last place. Fast mode leaves edges whose
    in-circle determinant is below the filter's error bound, which moves a
    circle by far less than that margin. Debug builds check every triangle
    the chunk touches against X (checkOwned). */

@@ -170,16 +170,17 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
     }
   } else {
     // Pools are not thread-safe: allocate on this thread, fill on workers.
-    std::vector<Point2*> vVertices(n);
+    // The record holds its vertex's address until the worker constructs it.
     for (size_t k = 0; k < n; ++k) {
-      vVertices[k] = pDt2->newVertex();
-      vIdxVtxAct[firstPos + k] = recordPool.get();
+      IdxVtxAct* pRec(recordPool.get());
+      pRec->pVtx = pDt2->newVertex();
+      vIdxVtxAct[firstPos + k] = pRec;
     }
     runPieces(numWorkers, n, [&](size_t begin, size_t end) {
       for (size_t k = begin; k < end; ++k) {
         const size_t pos(static_cast<uint32_t>(vPairs[k]));
-        Point2* pVtx(new (vVertices[k]) Point2(vInputPoints[pos]));
         IdxVtxAct* pRec(vIdxVtxAct[firstPos + k]);
+        Point2* pVtx(new (pRec->pVtx) Point2(vInputPoints[pos]));
         pRec->idx = static_cast<uint32_t>(vPairs[k] >> 32);
         pRec->bActive = true;
         pRec->pVtx = pVtx;

@@ -19,8 +19,15 @@ Chunk::Chunk(Dt2* pDt2_, const Bbox2* pDataBox_, unsigned chunkId_, std::vector<
   // The fake corners lie within 1% of the data's box; the triangulation's
   // own bound covers them in any case.
   const double maxAbs(std::max(std::fabs(pDataBox->getMaxCoord()), std::fabs(pDataBox->getMinCoord())));
-  kiroTest.setStaticBound_MT(std::max(1.01 * maxAbs, pDt2->getKiroTest().getMaxCoord()));
-  vLocalCheckT.reserve(64);
+  staticBound = std::max(1.01 * maxAbs, pDt2->getKiroTest().getMaxCoord());
+}
+
+KiroTest& Chunk::predicates() {
+  if (!pKiroTest) {
+    pKiroTest.reset(new KiroTest);
+    pKiroTest->setStaticBound_MT(staticBound);
+  }
+  return *pKiroTest;
 }
 
 bool Chunk::isFakeCorner(const Point2* pVtx) const {
@@ -289,13 +296,19 @@ void Chunk::determineExtBox() {
     extBox.add(Point2(extBox.get_maxX() + xMargin, extBox.get_maxY() + yMargin));
   }
   bOwnershipReady = true;
+  releasePredicates();
 }
 
 void Chunk::triangulate() {
   VASK_ASSERT(pStartVtx != NULL);
   VtxRecIt begin(pVIdxVtxAct->begin());
+  std::vector<Triangle2*>().swap(vBorderT);
+  vLocalCheckT.reserve(64);
   localTriangulateRec(begin + startIdx, begin + stopIdx, pStartVtx);
   pDt2->returnFreshTriangles(vFreshTriangles);
+  std::vector<Triangle2*>().swap(vFreshTriangles);
+  std::vector<Triangle2*>().swap(vLocalCheckT);
+  releasePredicates();
 }
 
 // The recursion of triangulateRec with a smaller leaf; a vertex instead of a
@@ -352,7 +365,7 @@ Triangle2* Chunk::localInsertVertex(VtxRecIt it, Point2*& pFrom) {
       vLocalCheckT,
       [this](Triangle2* pT) {
         checkOwned(pT->getOppositeTriangle(0), 2);
-        return mustFlipEdge(kiroTest, bFastMode, pT, 0, [](const Triangle2*, int) { return false; });
+        return mustFlipEdge(predicates(), bFastMode, pT, 0, [](const Triangle2*, int) { return false; });
       },
       [this](Triangle2* pT) {
         Triangle2* pN(pT->getOppositeTriangle(0));
@@ -398,12 +411,12 @@ int Chunk::locateInsideConflictT(const Point2& p, Point2* pFrom, Triangle2*& pT,
       VASK_ASSERT(numTurns < 100000000);
       const Point2* a(pCur->getCorner(incIndexBy1(i)));
       const Point2* b(pCur->getCorner(incIndexBy2(i)));
-      ob = kiroTest.getOrientation2(v, b, &p);
+      ob = predicates().getOrientation2(v, b, &p);
       int across(-1);
       if (ob == ORIENTATION2_CCW) {
         across = incIndexBy1(i); // the edge v-b: turn counter-clockwise
       } else {
-        oa = kiroTest.getOrientation2(v, a, &p);
+        oa = predicates().getOrientation2(v, a, &p);
         if (oa == ORIENTATION2_CW) across = incIndexBy2(i); // the edge v-a: turn clockwise
       }
       if (across < 0) break;
@@ -413,7 +426,7 @@ int Chunk::locateInsideConflictT(const Point2& p, Point2* pFrom, Triangle2*& pT,
       i = pCur->getIntraTriangleIndex(v);
     }
     pT = pCur;
-    const Orientation2 oFar(kiroTest.getOrientation2(pCur, i, &p));
+    const Orientation2 oFar(predicates().getOrientation2(pCur, i, &p));
     // p on the ray from v through a (oa collinear, ob clockwise) or through b.
     if (oa == ORIENTATION2_COLLINEAR || ob == ORIENTATION2_COLLINEAR) {
       const bool bRayA(oa == ORIENTATION2_COLLINEAR);
@@ -441,9 +454,9 @@ int Chunk::locateInsideConflictT(const Point2& p, Point2* pFrom, Triangle2*& pT,
       pT = pCur;
       checkOwned(pCur, 3);
       Point2* q(pCur->getCorner(k));
-      const Orientation2 oq(kiroTest.getOrientation2(v, &p, q));
+      const Orientation2 oq(predicates().getOrientation2(v, &p, q));
       if (oq == ORIENTATION2_COLLINEAR) {
-        const Orientation2 o1(kiroTest.getOrientation2(pCur, incIndexBy1(k), &p));
+        const Orientation2 o1(predicates().getOrientation2(pCur, incIndexBy1(k), &p));
         if (o1 == ORIENTATION2_CCW) return -1;        // before q: strictly inside
         if (o1 == ORIENTATION2_COLLINEAR) return 4;   // p is q
         v = q;                                        // beyond q: start again there
@@ -451,7 +464,7 @@ int Chunk::locateInsideConflictT(const Point2& p, Point2* pFrom, Triangle2*& pT,
         continue;
       }
       exitIdx = (oq == ORIENTATION2_CCW) ? incIndexBy1(k) : incIndexBy2(k);
-      const Orientation2 o(kiroTest.getOrientation2(pCur, exitIdx, &p));
+      const Orientation2 o(predicates().getOrientation2(pCur, exitIdx, &p));
       if (o == ORIENTATION2_CCW) return -1;
       if (o == ORIENTATION2_COLLINEAR) {
         edgeIdx = exitIdx;

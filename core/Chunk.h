@@ -4,6 +4,7 @@
 #include "Triangle2.h"
 #include "core/VertexVault.h"
 #include "kernel/KiroTest.h"
+#include <memory>
 #include <vector>
 
 namespace KIRO_VASK2D {
@@ -69,6 +70,8 @@ private:
   void extendByCircle(const Triangle2* pT, double& minX, double& minY, double& maxX, double& maxY);
   Point2* findMeshVertexNear() const;
   bool isFakeCorner(const Point2* pVtx) const;
+  KiroTest& predicates();
+  void releasePredicates() { pKiroTest.reset(); }
   /** Debug builds: the triangle has at least minCorners corners in the
    * extended box (see the argument above determineExtBox). */
   void checkOwned(const Triangle2* pT, int minCorners) const;
@@ -84,7 +87,10 @@ private:
   Bbox2 extBox;
   std::vector<Triangle2*> vBorderT;
   std::vector<Triangle2*> vLocalCheckT;
-  KiroTest kiroTest;
+  // Its own predicates, alive while the chunk prepares or runs: a chunk
+  // that waits costs no predicate scratch space.
+  std::unique_ptr<KiroTest> pKiroTest;
+  double staticBound;
   bool bFirstFresh;
   std::vector<Triangle2*> vFreshTriangles;
   Point2* pStartVtx;

@@ -9,12 +9,15 @@
 #include "core/InserterMT.h"
 #include "helpers/TestHelpers.h"
 #include <algorithm>
+#include <chrono>
 #include <climits>
+#include <cstdlib>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
 #include <random>
+#include <set>
 #include <thread>
 
 using namespace KIRO_VASK2D;
@@ -307,4 +310,92 @@ TEST(Multithreading, AFailureOnAWorkerReachesTheCallerAsVaskException) {
     testing::internal::GetCapturedStdout();
     testing::internal::GetCapturedStderr();
   }
+}
+
+namespace {
+
+// One of the adversarial families, n points, drawn from gen.
+std::vector<Point2> familyPoints(unsigned family, size_t n, std::mt19937& gen) {
+  const unsigned seed(gen());
+  switch (family % 8) {
+  case 0: return vask_test::randomPoints(n, seed);
+  case 1: {
+    std::vector<Point2> v(vask_test::gridPoints(static_cast<int>(std::sqrt(double(n))) + 1));
+    std::shuffle(v.begin(), v.end(), gen);
+    v.resize(std::min(v.size(), n));
+    return v;
+  }
+  case 2: return rotatedGrid(static_cast<int>(std::sqrt(double(n))) + 1);
+  case 3: return nearCollinearLines(n / 3 + 1, seed);
+  case 4: return vask_test::circlePoints(n, 0.5, 0.5, 0.25 + 0.5 * (seed % 7));
+  case 5: return mixedScales(n, seed);
+  case 6: {
+    std::vector<Point2> v(vask_test::randomPoints(n / 2 + 1, seed));
+    return withEveryPointTwice(v, seed);
+  }
+  default: {
+    const double scale(seed % 2 ? 1e-300 : 1e300);
+    std::vector<Point2> v;
+    for (const Point2& p : vask_test::randomPoints(n, seed)) v.emplace_back(scale * (p.x() - 0.3), scale * p.y());
+    return v;
+  }
+  }
+}
+
+} // namespace
+
+// Random sequences of batches (vector with and without handles, coordinate
+// array) under random thread counts, single insertions and removals, on the
+// adversarial families; the whole mesh is checked after every step. The
+// environment variable VASK2D_MT_FUZZ_SECONDS makes it run that long.
+TEST(Multithreading, RandomSequencesOfBatchesUnderRandomThreadCountsStayValid) {
+  const char* pEnv(std::getenv("VASK2D_MT_FUZZ_SECONDS"));
+  const double seconds(pEnv != nullptr ? std::atof(pEnv) : 0.0);
+  const auto tStart(std::chrono::steady_clock::now());
+  size_t numCases(0), numSteps(0);
+  for (unsigned iter = 0;; ++iter) {
+    const double elapsed(std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count());
+    if (seconds > 0.0 ? elapsed > seconds : iter >= 8) break;
+    std::mt19937 gen(1000 + iter);
+    const unsigned family(gen() % 8);
+    Vask_2D dt;
+    std::vector<Point2*> vAlive;
+    ++numCases;
+    for (int step = 0; step < 5; ++step, ++numSteps) {
+      const unsigned op(gen() % 5);
+      const int numCPU(1 + static_cast<int>(gen() % 8));
+      dt.setNumCPU(numCPU);
+      const size_t n(1000 + gen() % 6000);
+      std::vector<Point2> vPoints(familyPoints(family + (gen() % 4 == 0 ? 1 : 0), n, gen));
+      testing::internal::CaptureStdout();
+      if (op <= 1) {
+        std::vector<Point2*> vHandles;
+        dt.insert(vPoints, vHandles);
+        vAlive.insert(vAlive.end(), vHandles.begin(), vHandles.end());
+      } else if (op == 2) {
+        std::vector<double> vCoords;
+        for (const Point2& p : vPoints) {
+          vCoords.push_back(p.x());
+          vCoords.push_back(p.y());
+        }
+        std::vector<Point2*> vHandles(vPoints.size());
+        dt.insert(static_cast<int>(vPoints.size()), vCoords.data(), vHandles.data());
+        vAlive.insert(vAlive.end(), vHandles.begin(), vHandles.end());
+      } else if (op == 3) {
+        for (size_t i = 0; i < 40 && i < vPoints.size(); ++i) vAlive.push_back(dt.insert(vPoints[i]));
+      } else {
+        std::shuffle(vAlive.begin(), vAlive.end(), gen);
+        std::set<Point2*> sRemoved;
+        for (size_t i = 0; i < 30 && i < vAlive.size(); ++i)
+          if (sRemoved.insert(vAlive[i]).second) dt.remove(vAlive[i]);
+        vAlive.erase(std::remove_if(vAlive.begin(), vAlive.end(), [&](Point2* p) { return sRemoved.count(p) > 0; }),
+                     vAlive.end());
+      }
+      testing::internal::GetCapturedStdout();
+      const vask_test::Validation v(vask_test::validate(dt, true, 20000));
+      ASSERT_TRUE(v.ok) << "case " << iter << " (family " << family << "), step " << step << ", op " << op << ", "
+                        << numCPU << " threads: " << v.firstError;
+    }
+  }
+  std::cout << "mt fuzz: " << numCases << " cases, " << numSteps << " operations" << std::endl;
 }

@@ -140,9 +140,11 @@ long long passIncircleCgal(const Inputs& in) {
   return sum;
 }
 
-void reportShares(benchmark::State& state, unsigned long long numSlow, unsigned long long numExact) {
+void reportShares(benchmark::State& state, unsigned long long numSlow, unsigned long long numFull,
+                  unsigned long long numExact) {
   const double calls(double(state.iterations()) * NUM_CASES);
   state.counters["gmp_share"] = double(numExact) / calls;
+  state.counters["full_expansion_share"] = double(numFull) / calls;
   state.counters["slow_share"] = double(numSlow) / calls;
   state.SetItemsProcessed(state.iterations() * NUM_CASES);
 }
@@ -151,7 +153,8 @@ void BM_Orientation_Vask(benchmark::State& state, const Inputs& in) {
   KiroTest kiroTest;
   kiroTest.setStaticBound_MT(2.0);
   for (auto _ : state) benchmark::DoNotOptimize(passOrientationVask(kiroTest, in));
-  reportShares(state, kiroTest.getCounters().orientSlow, kiroTest.getCounters().orientExact);
+  const KiroTest::Counters& c(kiroTest.getCounters());
+  reportShares(state, c.orientSlow, c.orientFull, c.orientExact);
 }
 void BM_Orientation_CGAL(benchmark::State& state, const Inputs& in) {
   for (auto _ : state) benchmark::DoNotOptimize(passOrientationCgal(in));
@@ -160,7 +163,8 @@ void BM_Orientation_CGAL(benchmark::State& state, const Inputs& in) {
 void BM_Incircle_Vask(benchmark::State& state, const Inputs& in) {
   KiroTest kiroTest;
   for (auto _ : state) benchmark::DoNotOptimize(passIncircleVask(kiroTest, in));
-  reportShares(state, kiroTest.getCounters().incircleSlow, kiroTest.getCounters().incircleExact);
+  const KiroTest::Counters& c(kiroTest.getCounters());
+  reportShares(state, c.incircleSlow, c.incircleFull, c.incircleExact);
 }
 void BM_Incircle_CGAL(benchmark::State& state, const Inputs& in) {
   for (auto _ : state) benchmark::DoNotOptimize(passIncircleCgal(in));
@@ -203,8 +207,8 @@ template <class Pass> double fastestPass(Pass pass, int numRounds) {
  * its fastest; on a machine shared with other work this is the most
  * stable estimate of what each costs. */
 void printSummary() {
-  std::printf("\n%-30s %10s %10s %11s %10s\n", "summary (fastest alternating)", "Vask ns", "CGAL ns", "Vask/CGAL",
-              "Vask GMP");
+  std::printf("\n%-30s %10s %10s %11s %10s %10s %10s\n", "summary (fastest alternating)", "Vask ns", "CGAL ns",
+              "Vask/CGAL", "past filt", "full exp", "Vask GMP");
   struct Case {
     const char* name;
     const Inputs* pIn;
@@ -229,9 +233,12 @@ void printSummary() {
       }
     }
     const KiroTest::Counters& counters(kiroTest.getCounters());
-    const double numCalls(double(numRounds) * NUM_CASES);
+    const double numCalls(double(c.bOrientation ? counters.orientCalls : counters.incircleCalls));
+    const double slowShare((c.bOrientation ? counters.orientSlow : counters.incircleSlow) / numCalls);
+    const double fullShare((c.bOrientation ? counters.orientFull : counters.incircleFull) / numCalls);
     const double gmpShare((c.bOrientation ? counters.orientExact : counters.incircleExact) / numCalls);
-    std::printf("%-30s %10.2f %10.2f %11.3f %9.2f%%\n", c.name, vask, cgal, vask / cgal, 100.0 * gmpShare);
+    std::printf("%-30s %10.2f %10.2f %11.3f %9.2f%% %9.2f%% %9.2f%%\n", c.name, vask, cgal, vask / cgal,
+                100.0 * slowShare, 100.0 * fullShare, 100.0 * gmpShare);
   }
 }
 

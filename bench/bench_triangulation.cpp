@@ -8,7 +8,7 @@
 // never share a heap and the input is not counted for either. The time is
 // the best of several runs; the memory is that of the first.
 //
-// Usage: bench_triangulation [--quick] [--reps N] [--out FILE.md]
+// Usage: bench_triangulation [--quick | --grids] [--reps N] [--out FILE.md]
 #include "BenchCommon.h"
 #include "Vask_2D.h"
 #include "core/Dt2.h"
@@ -51,10 +51,17 @@ std::vector<std::pair<double, double> > makeCoordinates(const Case& c) {
       const double x(d(gen));
       v.emplace_back(x, d(gen));
     }
-  } else if (c.kind == "grid") {
+  } else if (c.kind == "grid" || c.kind == "scaled grid") {
+    // The scaled grid lies in [0,1]: i / (side-1) is not representable, so
+    // its cells are only nearly cocircular.
     const int side(static_cast<int>(std::lround(std::sqrt(static_cast<double>(c.n)))));
+    const bool bScaled(c.kind == "scaled grid");
     for (int i = 0; i < side; ++i)
-      for (int j = 0; j < side; ++j) v.emplace_back(i, j);
+      for (int j = 0; j < side; ++j)
+        if (bScaled)
+          v.emplace_back(i / double(side - 1), j / double(side - 1));
+        else
+          v.emplace_back(i, j);
     std::shuffle(v.begin(), v.end(), gen);
   } else {
     // 1000 Gaussian clusters of spread 0.002 in the unit square.
@@ -78,7 +85,8 @@ struct Result {
   double seconds = 0.0;
   double peakMiB = 0.0;
   unsigned long long numTriangles = 0;
-  double exactShare = 0.0; // share of orientation calls that reached the rationals
+  double gmpShare = 0.0;       // share of predicate calls that reached the rationals
+  double expansionShare = 0.0; // ... that went past the filter to the expansion stages
 };
 
 // One build of a case by one library, run inside a forked child.
@@ -98,7 +106,9 @@ Result measure(const Case& c, bool bVask) {
     r.peakMiB = (vask_bench::readVmHWMkB() - base) / 1024.0;
     r.numTriangles = dt.numberOfTriangles();
     const KIRO_VASK2D::KiroTest::Counters& cnt(dt.getImpl()->getKiroTest().getCounters());
-    r.exactShare = static_cast<double>(cnt.orientExact + cnt.incircleExact);
+    const double numCalls(static_cast<double>(cnt.orientCalls + cnt.incircleCalls));
+    r.gmpShare = numCalls > 0 ? (cnt.orientExact + cnt.incircleExact) / numCalls : 0.0;
+    r.expansionShare = numCalls > 0 ? (cnt.orientExpansion + cnt.incircleExpansion) / numCalls : 0.0;
   } else {
     std::vector<K::Point_2> vPoints;
     vPoints.reserve(coords.size());
@@ -136,8 +146,15 @@ int main(int argc, char** argv) {
                               {"uniform 1M", "uniform", 1000000},
                               {"uniform 4M", "uniform", 4000000},
                               {"grid 1000x1000", "grid", 1000000},
+                              {"grid in [0,1]", "scaled grid", 1000000},
                               {"clustered 1M", "clustered", 1000000}};
   if (bQuick) vCases = {{"uniform 100k", "uniform", 100000}, {"uniform 1M", "uniform", 1000000}};
+  // --grids: the two grids and uniform 1M, the cases the predicates' exact stages decide.
+  for (int i = 1; i < argc; ++i)
+    if (std::string(argv[i]) == "--grids")
+      vCases = {{"uniform 1M", "uniform", 1000000},
+                {"grid 1000x1000", "grid", 1000000},
+                {"grid in [0,1]", "scaled grid", 1000000}};
 
   std::ostringstream machine;
   machine << vask_bench::machineAndCompiler() << "Peers: CGAL " << CGAL_VERSION_STR << " Delaunay_triangulation_2<Epick>, range insertion\n"
@@ -149,7 +166,7 @@ int main(int argc, char** argv) {
         << "|---|---:|---:|---:|---:|---:|---:|\n";
   std::cout << std::left << std::setw(16) << "case" << std::right << std::setw(10) << "Vask s" << std::setw(10)
             << "CGAL s" << std::setw(8) << "ratio" << std::setw(11) << "Vask MiB" << std::setw(11) << "CGAL MiB"
-            << std::setw(8) << "ratio" << std::setw(14) << "triangles" << std::setw(12) << "exact calls"
+            << std::setw(8) << "ratio" << std::setw(14) << "triangles" << std::setw(12) << "expansion" << std::setw(10) << "GMP"
             << std::endl;
   for (const Case& c : vCases) {
     const Result v(best(c, true, reps));
@@ -158,7 +175,8 @@ int main(int argc, char** argv) {
               << std::setw(10) << v.seconds << std::setw(10) << g.seconds << std::setw(8) << v.seconds / g.seconds
               << std::setprecision(1) << std::setw(11) << v.peakMiB << std::setw(11) << g.peakMiB
               << std::setprecision(3) << std::setw(8) << v.peakMiB / g.peakMiB << std::setw(14) << v.numTriangles
-              << std::setw(12) << static_cast<unsigned long long>(v.exactShare) << std::endl;
+              << std::setprecision(4) << std::setw(11) << 100.0 * v.expansionShare << "%" << std::setw(9)
+              << 100.0 * v.gmpShare << "%" << std::endl;
     if (v.numTriangles != g.numTriangles)
       std::cout << "  note: CGAL reports " << g.numTriangles << " finite faces" << std::endl;
     table << "| " << c.name << " | " << std::fixed << std::setprecision(3) << v.seconds << " | " << g.seconds << " | "

@@ -1,10 +1,13 @@
 #include "kernel/KiroTest.h"
+#include "kernel/Expansion.h"
 #include "kernel/RoundingModeGuard.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
 #include <cfloat>
 #include <climits>
+#include <cstdint>
+#include <cstring>
 #include <iostream>
 #include <sstream>
 
@@ -108,6 +111,379 @@ void loadScaledIntegers(const double* aValue, int n, mpq_t* aQ) {
     if (aMantissa[i] != 0) mpz_mul_2exp(z, z, static_cast<mp_bitcnt_t>(aExponent[i] - minExponent));
   }
 }
+} // namespace
+
+// ---------------------------------------------------------------------------
+// The expansion stages: exact answers without rationals for the ordinary
+// exponent range.
+//
+// Range. Let every non-zero coordinate satisfy 2^lo <= |c| < 2^hi. Every
+// coordinate is then an integer multiple of g = 2^(lo-52), and so are the
+// differences, their rounded values and their rounding errors (a rounded
+// value is a multiple of its own ulp, which is at least g when rounding
+// happened). A product of degree k of such numbers, any rounded value of it
+// and any rounding error of it are multiples of g^k. With g^k >= 2^-1074
+// (in-circle: k = 4 and lo = -200, g^4 = 2^-1008; orientation: k = 2 and
+// lo = -450, g^2 = 2^-1004) no non-zero intermediate value is smaller than
+// the least normal double, so nothing underflows: every rounding error is
+// relative and representable, TwoProduct is exact, and the relative error
+// bounds below hold. With hi = 200 (in-circle: differences < 2^201, lifts
+// < 2^403, terms < 2^807) and hi = 450 (orientation: products < 2^902)
+// nothing overflows, and Veltkamp's split (|a| < 2^996) is safe.
+//
+// An error bound E that is itself computed in that range may underflow
+// (epsilon^2 times a tiny permanent), but then the exact bound is below g^k
+// while every error it bounds is a multiple of g^k: that error is zero, and
+// any verdict of the stage is right.
+//
+// Error bounds, epsilon = 2^-53 (round-to-nearest), after Shewchuk's
+// adaptive predicates (1997):
+//
+// Orientation. With acx = fl(x0 - x2) and its tail acxt (x0 - x2 = acx +
+// acxt, |acxt| <= epsilon |acx|), likewise acy, bcx, bcy, the determinant is
+// D = B + (acx bcyt + acxt bcy - acy bcxt - acyt bcx) + (acxt bcyt - acyt bcxt)
+// where B = acx bcy - acy bcx is held exactly by a four-component expansion.
+//  - Stage B: the estimate of B (its components summed) errs by at most
+//    epsilon |B| (the expansion is non-overlapping and summed from the small
+//    end); the dropped terms are at most (2 epsilon + epsilon^2) S, with S =
+//    |acx bcy| + |acy bcx|; detsum = fl(|fl(acx bcy)| + |fl(acy bcx)|) >= S
+//    (1 - epsilon)^2. Together, and with the rounding of the product
+//    ccwErrBoundB * detsum, a verdict |estimate| >= (2 + 12 epsilon) epsilon
+//    detsum is safe: resultErrBound absorbs epsilon |B| relative to the
+//    estimate, 12 epsilon^2 the second-order terms.
+//  - Stage C adds the first-order tail terms in floating point; what stays
+//    out is the second-order term (<= epsilon^2 S) and the rounding of the
+//    correction (<= (2 epsilon + O(epsilon^2)) (2 epsilon S)), in all at most
+//    (9 + 64 epsilon) epsilon^2 detsum, plus the rounding of the final sum,
+//    (3 + 8 epsilon) epsilon |det|.
+//  - Stage D sums all terms exactly in expansions: no bound.
+// In-circle. Likewise with six differences and their tails, B the exact
+// determinant of the rounded differences (an expansion of up to 96
+// components) and permanent P = (|bdx cdy| + |cdx bdy|) alift + ... as in
+// the filter. Dropping all tails changes each factor by a relative epsilon,
+// and the degree-4 terms by at most (4 epsilon + 6 epsilon^2 + ...) of P:
+// iccErrBoundB = (4 + 48 epsilon) epsilon. Stage C keeps the first-order
+// tail terms; second-order ones (at most 6 epsilon^2 P in size, times a
+// small constant for the lifts' factor 2) and the roundings of the first
+// order correction (each of about 8 operations, relative epsilon on terms of
+// size up to 4 epsilon P) stay below (44 + 576 epsilon) epsilon^2 P, plus
+// resultErrBound |det| for the final sum. Stage D is exact.
+// In-circle stage DD, tried before B is formed: B in double-double. Per
+// term, with u = epsilon and rounded differences x, y and cross pair p, q:
+// L = x^2 + y^2 is held as l1 + l0 (l1, e = TwoSum of the rounded squares,
+// l0 = fl(fl(s0 + r0) + e)), off by at most u^2 L1 + 2u^2 L1 (1 + O(u)) with
+// L1 = fl(x^2) + fl(y^2) <= L (1 + u); so |L - l1 - l0| <= 3.01 u^2 L and
+// |l0| <= 2.01 u L. Likewise the cross term K = p - q as k1 + k0 with
+// |K - k1 - k0| <= 3.01 u^2 S and |k0| <= 2.01 u S, S = |fl(p)| + |fl(q)|.
+// The term L K is taken as TwoProduct(l1, k1) plus fl(fl(l1 k0) + fl(l0 k1)):
+// dropped l1 dK, k1 dL and l0 k0 (<= 3.01 + 3.01 + 4.05 u^2 L S), rounded
+// l1 k0, l0 k1 and their sum (<= 2.01 + 2.01 + 4.03 u^2 L S) and the tail
+// sum with the product's error (<= 5.04 u^2 L S): at most 23.2 u^2 L S. The
+// three terms' leading parts are summed by two TwoSums (exact, tails at
+// most u P (1 + O(u)) each), the five tails by four additions whose partial
+// sums stay below 7.2 u P: another 28.8 u^2 P. As sum L S <= P (1 + 4u) for
+// the computed permanent P, B is known within 52.1 u^2 P (1 + O(u)):
+// iccErrBoundDD = 64 u^2. The estimate fl(h2 + lo) of that double-double
+// then stands where the estimate of B stands in stage C, with the same
+// first-order tail terms: stage DD decides with the bound of stage C plus
+// iccErrBoundDD P.
+// The unit tests recompute each constant exactly from epsilon.
+namespace {
+namespace expansionStages {
+using namespace expansion;
+
+const int ORIENT_LO(-450), ORIENT_HI(450);
+const int INCIRCLE_LO(-200), INCIRCLE_HI(200);
+
+/** Every value is zero or 2^lo <= |v| < 2^hi (NaN and infinity fail). */
+template <int LO, int HI> bool inRange(const double* aValue, int n) {
+  bool bOk(true);
+  for (int i = 0; i < n; ++i) {
+    std::uint64_t bits;
+    std::memcpy(&bits, &aValue[i], sizeof bits);
+    const unsigned biasedExp(static_cast<unsigned>(bits >> 52) & 0x7ffu);
+    const bool bZero((bits << 1) == 0);
+    bOk &= bZero || (biasedExp - static_cast<unsigned>(1023 + LO) < static_cast<unsigned>(HI - LO));
+  }
+  return bOk;
+}
+
+/** The calling thread rounds to nearest (SSE control and status register). */
+bool roundsToNearest() { return (_mm_getcsr() & 0x6000u) == 0; }
+
+int signOf(double v) { return v > 0.0 ? 1 : (v < 0.0 ? -1 : 0); }
+
+/** The six differences are integer multiples of one power of two g and
+ * smaller than 2^12 g in magnitude (small-integer grids at any scale). Then
+ * every product of two is a multiple of g^2 below 2^24 g^2, each cross term
+ * and lift one below 2^25 g^2, each product of those below 2^50 g^4, and the
+ * determinant below 3 * 2^50 g^4 < 2^52 g^4: every intermediate fits in 53
+ * bits, so the plain evaluation is exact, zero included. (Inside the range
+ * guard g^4 >= 2^-1074 and nothing overflows.) */
+bool areSmallIntegers(double d0, double d1, double d2, double d3, double d4, double d5) {
+  const double m(std::max(std::max(std::max(std::fabs(d0), std::fabs(d1)), std::max(std::fabs(d2), std::fabs(d3))),
+                          std::max(std::fabs(d4), std::fabs(d5))));
+  if (m == 0.0) return true;
+  // g = 2^(E - 11) with m < 2^(E + 1); adding c = 1.5 * 2^(E + 41), whose
+  // ulp is g, keeps a value of magnitude below 2^(E+1) unchanged exactly when
+  // it is a multiple of g.
+  std::uint64_t bits;
+  std::memcpy(&bits, &m, sizeof bits);
+  const std::uint64_t exponentBits((bits >> 52) & 0x7ff);
+  if (exponentBits == 0 || exponentBits + 41 >= 0x7ff) return false;
+  const std::uint64_t cBits(((exponentBits + 41) << 52) | (std::uint64_t(1) << 51));
+  double c;
+  std::memcpy(&c, &cBits, sizeof c);
+  auto onGrid = [c](double d) { return (d + c) - c == d; };
+  return onGrid(d0) && onGrid(d1) && onGrid(d2) && onGrid(d3) && onGrid(d4) && onGrid(d5);
+}
+
+/** Sign of the orientation determinant; round-to-nearest, coordinates in range. */
+template <bool bFma>
+inline __attribute__((always_inline)) int orientationSignT(double x0, double y0, double x1, double y1, double x2, double y2,
+                                           KiroTest::Counters& counters) {
+  const double acx(x0 - x2), bcx(x1 - x2), acy(y0 - y2), bcy(y1 - y2);
+  double detLeft, detLeftTail, detRight, detRightTail;
+  twoProduct<bFma>(acx, bcy, detLeft, detLeftTail);
+  twoProduct<bFma>(acy, bcx, detRight, detRightTail);
+  double aB[4];
+  twoTwoDiff(detLeft, detLeftTail, detRight, detRightTail, aB);
+  const double acxt(twoDiffTail(x0, x2, acx)), bcxt(twoDiffTail(x1, x2, bcx));
+  const double acyt(twoDiffTail(y0, y2, acy)), bcyt(twoDiffTail(y1, y2, bcy));
+  // Exact differences (grids, Sterbenz neighbours): B is the determinant.
+  if (acxt == 0.0 && bcxt == 0.0 && acyt == 0.0 && bcyt == 0.0) return sign(4, aB);
+
+  double det(estimate(4, aB));
+  const double detSum(std::fabs(detLeft) + std::fabs(detRight));
+  double errBound(KiroTest::ccwErrBoundB * detSum);
+  if (det >= errBound || -det >= errBound) return signOf(det);
+
+  errBound = KiroTest::ccwErrBoundC * detSum + KiroTest::resultErrBound * std::fabs(det);
+  det += (acx * bcyt + bcy * acxt) - (acy * bcxt + bcx * acyt);
+  if (det >= errBound || -det >= errBound) return signOf(det);
+
+  ++counters.orientFull;
+  double s1, s0, t1, t0, aU[4], aC1[8], aC2[12], aD[16];
+  twoProduct<bFma>(acxt, bcy, s1, s0);
+  twoProduct<bFma>(acyt, bcx, t1, t0);
+  twoTwoDiff(s1, s0, t1, t0, aU);
+  const int c1Len(sumZeroElim(4, aB, 4, aU, aC1));
+  twoProduct<bFma>(acx, bcyt, s1, s0);
+  twoProduct<bFma>(acy, bcxt, t1, t0);
+  twoTwoDiff(s1, s0, t1, t0, aU);
+  const int c2Len(sumZeroElim(c1Len, aC1, 4, aU, aC2));
+  twoProduct<bFma>(acxt, bcyt, s1, s0);
+  twoProduct<bFma>(acyt, bcxt, t1, t0);
+  twoTwoDiff(s1, s0, t1, t0, aU);
+  const int dLen(sumZeroElim(c2Len, aC2, 4, aU, aD));
+  return sign(dLen, aD);
+}
+
+/** Exact (x + xt)^2 + (y + yt)^2 and friends for stage D: each difference
+ * is the two-component expansion (tail, rounded value). */
+struct Diff {
+  double a[2];
+  int len;
+  Diff(double v, double tail) : len(tail == 0.0 ? 1 : 2) {
+    if (len == 1)
+      a[0] = v;
+    else {
+      a[0] = tail;
+      a[1] = v;
+    }
+  }
+};
+
+/** h = x1 * y2 - x2 * y1 for two-component differences; h holds 16. */
+template <bool bFma> int crossExact(const Diff& x1, const Diff& y2, const Diff& x2, const Diff& y1, double* h) {
+  double aP[8], aQ[8], aS1[8], aS2[8];
+  const int pLen(productZeroElim<bFma>(x1.len, x1.a, y2.len, y2.a, aP, aS1, aS2));
+  const int qLen(productZeroElim<bFma>(x2.len, x2.a, y1.len, y1.a, aQ, aS1, aS2));
+  for (int i = 0; i < qLen; ++i) aQ[i] = -aQ[i];
+  return sumZeroElim(pLen, aP, qLen, aQ, h);
+}
+
+/** h = x^2 + y^2; h holds 16. */
+template <bool bFma> int liftExact(const Diff& x, const Diff& y, double* h) {
+  double aP[8], aQ[8], aS1[8], aS2[8];
+  const int pLen(productZeroElim<bFma>(x.len, x.a, x.len, x.a, aP, aS1, aS2));
+  const int qLen(productZeroElim<bFma>(y.len, y.a, y.len, y.a, aQ, aS1, aS2));
+  return sumZeroElim(pLen, aP, qLen, aQ, h);
+}
+
+/** h = cross * lift; h holds 512. */
+template <bool bFma> int termExact(const Diff& x1, const Diff& y2, const Diff& x2, const Diff& y1, const Diff& lx, const Diff& ly,
+              double* h) {
+  double aCross[16], aLift[16], aS1[512], aS2[512];
+  const int crossLen(crossExact<bFma>(x1, y2, x2, y1, aCross));
+  const int liftLen(liftExact<bFma>(lx, ly, aLift));
+  return productZeroElim<bFma>(crossLen, aCross, liftLen, aLift, h, aS1, aS2);
+}
+
+/** Stage D of the in-circle test: the determinant with every tail, exactly. */
+template <bool bFma> __attribute__((noinline)) int incircleSignFull(const Diff& adx, const Diff& ady, const Diff& bdx, const Diff& bdy,
+                                               const Diff& cdx, const Diff& cdy) {
+  double aTermA[512], aTermB[512], aTermC[512], aAB[1024], aFin[1536];
+  aAB[0] = 0.0; // (always written by the sum; this keeps the compiler sure of it)
+  const int aLen(termExact<bFma>(bdx, cdy, cdx, bdy, adx, ady, aTermA));
+  const int bLen(termExact<bFma>(cdx, ady, adx, cdy, bdx, bdy, aTermB));
+  const int cLen(termExact<bFma>(adx, bdy, bdx, ady, cdx, cdy, aTermC));
+  const int abLen(sumZeroElim(aLen, aTermA, bLen, aTermB, aAB));
+  const int finLen(sumZeroElim(abLen, aAB, cLen, aTermC, aFin));
+  return sign(finLen, aFin);
+}
+
+/** Sign of the in-circle determinant of d against a, b, c; round-to-nearest,
+ * coordinates in range. aCoord holds d, a, b, c as (x, y) pairs. */
+template <bool bFma>
+inline __attribute__((always_inline)) int incircleSignT(const double* aCoord, KiroTest::Counters& counters) {
+  const double dx(aCoord[0]), dy(aCoord[1]);
+  const double adx(aCoord[2] - dx), ady(aCoord[3] - dy), bdx(aCoord[4] - dx), bdy(aCoord[5] - dy);
+  const double cdx(aCoord[6] - dx), cdy(aCoord[7] - dy);
+  const double adxt(twoDiffTail(aCoord[2], dx, adx)), adyt(twoDiffTail(aCoord[3], dy, ady));
+  const double bdxt(twoDiffTail(aCoord[4], dx, bdx)), bdyt(twoDiffTail(aCoord[5], dy, bdy));
+  const double cdxt(twoDiffTail(aCoord[6], dx, cdx)), cdyt(twoDiffTail(aCoord[7], dy, cdy));
+  const bool bExactDifferences(adxt == 0.0 && adyt == 0.0 && bdxt == 0.0 && bdyt == 0.0 && cdxt == 0.0 &&
+                               cdyt == 0.0);
+  if (bExactDifferences && areSmallIntegers(adx, ady, bdx, bdy, cdx, cdy)) {
+    // Every product and sum of the determinant is exact: its plain value is the answer.
+    const double det((bdx * cdy - cdx * bdy) * (adx * adx + ady * ady) +
+                     (cdx * ady - adx * cdy) * (bdx * bdx + bdy * bdy) +
+                     (adx * bdy - bdx * ady) * (cdx * cdx + cdy * cdy));
+    return signOf(det);
+  }
+
+  double bdxcdy1, bdxcdy0, cdxbdy1, cdxbdy0, cdxady1, cdxady0, adxcdy1, adxcdy0, adxbdy1, adxbdy0, bdxady1, bdxady0;
+  twoProduct<bFma>(bdx, cdy, bdxcdy1, bdxcdy0);
+  twoProduct<bFma>(cdx, bdy, cdxbdy1, cdxbdy0);
+  twoProduct<bFma>(cdx, ady, cdxady1, cdxady0);
+  twoProduct<bFma>(adx, cdy, adxcdy1, adxcdy0);
+  twoProduct<bFma>(adx, bdy, adxbdy1, adxbdy0);
+  twoProduct<bFma>(bdx, ady, bdxady1, bdxady0);
+  const double alift(adx * adx + ady * ady), blift(bdx * bdx + bdy * bdy), clift(cdx * cdx + cdy * cdy);
+  const double permanent((std::fabs(bdxcdy1) + std::fabs(cdxbdy1)) * alift +
+                         (std::fabs(cdxady1) + std::fabs(adxcdy1)) * blift +
+                         (std::fabs(adxbdy1) + std::fabs(bdxady1)) * clift);
+  // The tail terms of first order, as in stage C below; zero for exact differences.
+  const double tailTerms(bExactDifferences
+                             ? 0.0
+                             : ((adx * adx + ady * ady) * ((bdx * cdyt + cdy * bdxt) - (bdy * cdxt + cdx * bdyt)) +
+                                2.0 * (adx * adxt + ady * adyt) * (bdx * cdy - bdy * cdx)) +
+                                   ((bdx * bdx + bdy * bdy) * ((cdx * adyt + ady * cdxt) - (cdy * adxt + adx * cdyt)) +
+                                    2.0 * (bdx * bdxt + bdy * bdyt) * (cdx * ady - cdy * adx)) +
+                                   ((cdx * cdx + cdy * cdy) * ((adx * bdyt + bdy * adxt) - (ady * bdxt + bdx * adyt)) +
+                                    2.0 * (cdx * cdxt + cdy * cdyt) * (adx * bdy - ady * bdx)));
+  {
+    // Stage DD: B in double-double instead of exactly, within
+    // iccErrBoundDD * permanent; then as stage C.
+    double t1, t0;
+    double aHi[3], aLo[3];
+    const double* aLiftDiff[3][2] = {{&adx, &ady}, {&bdx, &bdy}, {&cdx, &cdy}};
+    const double aCross[3][4] = {{bdxcdy1, bdxcdy0, cdxbdy1, cdxbdy0},
+                                 {cdxady1, cdxady0, adxcdy1, adxcdy0},
+                                 {adxbdy1, adxbdy0, bdxady1, bdxady0}};
+    for (int i = 0; i < 3; ++i) {
+      const double x(*aLiftDiff[i][0]), y(*aLiftDiff[i][1]);
+      double s1, s0, r1, r0, l1, e;
+      twoProduct<bFma>(x, x, s1, s0);
+      twoProduct<bFma>(y, y, r1, r0);
+      twoSum(s1, r1, l1, e);
+      const double l0((s0 + r0) + e);
+      double k1;
+      twoDiff(aCross[i][0], aCross[i][2], k1, e);
+      const double k0((aCross[i][1] - aCross[i][3]) + e);
+      twoProduct<bFma>(l1, k1, t1, t0);
+      aHi[i] = t1;
+      aLo[i] = t0 + (l1 * k0 + l0 * k1);
+    }
+    double h, e1, h2, e2;
+    twoSum(aHi[0], aHi[1], h, e1);
+    twoSum(h, aHi[2], h2, e2);
+    const double lo(((e1 + e2) + (aLo[0] + aLo[1])) + aLo[2]);
+    double det(h2 + lo);
+    const double errBound((KiroTest::iccErrBoundC + KiroTest::iccErrBoundDD) * permanent +
+                          KiroTest::resultErrBound * std::fabs(det));
+    det += tailTerms;
+    if (det >= errBound || -det >= errBound) return signOf(det);
+  }
+
+  double aBC[4], aCA[4], aAB[4];
+  twoTwoDiff(bdxcdy1, bdxcdy0, cdxbdy1, cdxbdy0, aBC);
+  twoTwoDiff(cdxady1, cdxady0, adxcdy1, adxcdy0, aCA);
+  twoTwoDiff(adxbdy1, adxbdy0, bdxady1, bdxady0, aAB);
+
+  // B: the exact determinant of the rounded differences.
+  double aX8[8], aX16[16], aY8[8], aY16[16], aDetA[32], aDetB[32], aDetC[32], aSum64[64], aFin[96];
+  int xLen(scaleZeroElim<bFma>(scaleZeroElim<bFma>(4, aBC, adx, aX8), aX8, adx, aX16));
+  int yLen(scaleZeroElim<bFma>(scaleZeroElim<bFma>(4, aBC, ady, aY8), aY8, ady, aY16));
+  const int detALen(sumZeroElim(xLen, aX16, yLen, aY16, aDetA));
+  xLen = scaleZeroElim<bFma>(scaleZeroElim<bFma>(4, aCA, bdx, aX8), aX8, bdx, aX16);
+  yLen = scaleZeroElim<bFma>(scaleZeroElim<bFma>(4, aCA, bdy, aY8), aY8, bdy, aY16);
+  const int detBLen(sumZeroElim(xLen, aX16, yLen, aY16, aDetB));
+  xLen = scaleZeroElim<bFma>(scaleZeroElim<bFma>(4, aAB, cdx, aX8), aX8, cdx, aX16);
+  yLen = scaleZeroElim<bFma>(scaleZeroElim<bFma>(4, aAB, cdy, aY8), aY8, cdy, aY16);
+  const int detCLen(sumZeroElim(xLen, aX16, yLen, aY16, aDetC));
+  const int sumLen(sumZeroElim(detALen, aDetA, detBLen, aDetB, aSum64));
+  const int finLen(sumZeroElim(sumLen, aSum64, detCLen, aDetC, aFin));
+
+  // Exact differences (Sterbenz neighbours): B is the determinant.
+  if (bExactDifferences) return sign(finLen, aFin);
+
+  double det(estimate(finLen, aFin));
+  double errBound(KiroTest::iccErrBoundB * permanent);
+  if (det >= errBound || -det >= errBound) return signOf(det);
+
+  errBound = KiroTest::iccErrBoundC * permanent + KiroTest::resultErrBound * std::fabs(det);
+  det += tailTerms;
+  if (det >= errBound || -det >= errBound) return signOf(det);
+
+  ++counters.incircleFull;
+  return incircleSignFull<bFma>(Diff(adx, adxt), Diff(ady, adyt), Diff(bdx, bdxt), Diff(bdy, bdyt), Diff(cdx, cdxt),
+                          Diff(cdy, cdyt));
+}
+
+
+// One instance of each stage compiled for FMA and one without; the choice
+// is made once from the processor's features. noipa keeps each call between
+// the rounding-mode changes around it.
+__attribute__((noipa)) int orientationSignPlain(double x0, double y0, double x1, double y1, double x2, double y2,
+                                                KiroTest::Counters& counters) {
+  return orientationSignT<false>(x0, y0, x1, y1, x2, y2, counters);
+}
+__attribute__((noipa, target("fma"))) int orientationSignFma(double x0, double y0, double x1, double y1, double x2,
+                                                             double y2, KiroTest::Counters& counters) {
+  return orientationSignT<true>(x0, y0, x1, y1, x2, y2, counters);
+}
+__attribute__((noipa)) int incircleSignPlain(const double* aCoord, KiroTest::Counters& counters) {
+  return incircleSignT<false>(aCoord, counters);
+}
+__attribute__((noipa, target("fma"))) int incircleSignFma(const double* aCoord, KiroTest::Counters& counters) {
+  return incircleSignT<true>(aCoord, counters);
+}
+bool hasFma() {
+  static const bool bFma([] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("fma") != 0;
+  }());
+  return bFma;
+}
+int orientationSign(double x0, double y0, double x1, double y1, double x2, double y2, KiroTest::Counters& counters) {
+  return hasFma() ? orientationSignFma(x0, y0, x1, y1, x2, y2, counters)
+                  : orientationSignPlain(x0, y0, x1, y1, x2, y2, counters);
+}
+int incircleSign(const double* aCoord, KiroTest::Counters& counters) {
+  return hasFma() ? incircleSignFma(aCoord, counters) : incircleSignPlain(aCoord, counters);
+}
+
+/** Runs a sign computation in round-to-nearest: directly when the caller's
+ * mode is that already, else under a guard that restores the caller's. */
+template <class F> int inRoundToNearest(F f) {
+  if (roundsToNearest()) return f();
+  RoundingModeGuard guard;
+  guard.set(FE_TONEAREST);
+  return f();
+}
+} // namespace expansionStages
 } // namespace
 
 KiroTest::KiroTest()
@@ -226,6 +602,20 @@ Orientation2 KiroTest::getOrientation2Slow(const Point2* p0, const Point2* p1, c
   }
   if ((x0 == x1 && x1 == x2) || (y0 == y1 && y1 == y2)) return ORIENTATION2_COLLINEAR;
 
+  const double aCoord[6] = {x0, y0, x1, y1, x2, y2};
+  if (expansionStages::inRange<expansionStages::ORIENT_LO, expansionStages::ORIENT_HI>(aCoord, 6)) {
+    ++counters.orientExpansion;
+    const int sign(expansionStages::inRoundToNearest(
+        [&] { return expansionStages::orientationSign(x0, y0, x1, y1, x2, y2, counters); }));
+    return sign > 0 ? ORIENTATION2_CCW : (sign < 0 ? ORIENTATION2_CW : ORIENTATION2_COLLINEAR);
+  }
+
+  return getOrientation2Rational(aCoord);
+}
+
+Orientation2 KiroTest::getOrientation2Rational(const double* aCoord) {
+  // Tiny, huge and subnormal coordinates: intervals, then rationals.
+  const double x0(aCoord[0]), y0(aCoord[1]), x1(aCoord[2]), y1(aCoord[3]), x2(aCoord[4]), y2(aCoord[5]);
   std::lock_guard<std::mutex> lock(mtxOrientation);
   const int sign(orientationByIntervals(x0, y0, x1, y1, x2, y2));
   if (sign == 2) return ORIENTATION2_COLLINEAR;
@@ -235,7 +625,6 @@ Orientation2 KiroTest::getOrientation2Slow(const Point2* p0, const Point2* p1, c
   ++counters.orientExact;
   initPredicateRationals();
   mpq_t* q(aPredQ + ORIENT_Q);
-  const double aCoord[6] = {x0, y0, x1, y1, x2, y2};
   loadScaledIntegers(aCoord, 6, q);
   mpz_ptr X0(mpq_numref(q[0])), Y0(mpq_numref(q[1])), X1(mpq_numref(q[2])), Y1(mpq_numref(q[3]));
   mpz_ptr X2(mpq_numref(q[4])), Y2(mpq_numref(q[5]));
@@ -284,11 +673,22 @@ CircleState2 KiroTest::circleInc3stateExact(const Triangle2* pT, const Point2* p
   // Grids are the most common degenerate input: their rectangles need no arithmetic and no lock.
   if (isAxisParallelRectangle(c0, c1, c2, p)) return CINC2_ZERO;
 
+  const double aCoord[8] = {p->x(), p->y(), c0->x(), c0->y(), c1->x(), c1->y(), c2->x(), c2->y()};
+  if (expansionStages::inRange<expansionStages::INCIRCLE_LO, expansionStages::INCIRCLE_HI>(aCoord, 8)) {
+    ++counters.incircleExpansion;
+    const int sign(expansionStages::inRoundToNearest([&] { return expansionStages::incircleSign(aCoord, counters); }));
+    return sign > 0 ? CINC2_INCIRCLE : (sign < 0 ? CINC2_OUTCIRCLE : CINC2_ZERO);
+  }
+
+  return circleInc3stateRational(aCoord);
+}
+
+CircleState2 KiroTest::circleInc3stateRational(const double* aCoord) {
+  // Tiny, huge and subnormal coordinates: rationals.
   std::lock_guard<std::mutex> lock(mtxIncircle);
   ++counters.incircleExact;
   initPredicateRationals();
   mpq_t* q(aPredQ + INCIRC_Q);
-  const double aCoord[8] = {p->x(), p->y(), c0->x(), c0->y(), c1->x(), c1->y(), c2->x(), c2->y()};
   loadScaledIntegers(aCoord, 8, q);
   mpz_ptr aZ[32];
   for (int i = 0; i < 32; ++i) aZ[i] = mpq_numref(q[i]);

@@ -10,9 +10,14 @@
 namespace KIRO_VASK2D {
 
 /** Exact orientation and in-circle predicates: a double-precision filter
- * first, an interval stage under directed rounding second, GMP rationals
- * last. The filters are inline because they are the hottest code of the
- * library; everything they cannot decide goes out of line.
+ * first; then, for the ordinary exponent range (non-zero coordinates of
+ * magnitude 2^-450 to 2^450 for orientation, 2^-200 to 2^200 for in-circle),
+ * adaptive floating-point expansions (a small-integer shortcut, a
+ * double-double stage, the exact determinant of the rounded differences,
+ * and the full expansion); for tiny, huge and subnormal coordinates an
+ * interval stage under directed rounding and GMP rationals. The filters are
+ * inline because they are the hottest code of the library; everything they
+ * cannot decide goes out of line.
  *
  * The orientation filter compares against a static bound that is valid for
  * coordinates up to maxCoord; callers raise it (setStaticBound_MT,
@@ -28,8 +33,12 @@ namespace KIRO_VASK2D {
  * has no exact answer: such a query yields ORIENTATION2_COLLINEAR or
  * CINC2_ZERO, never reaches the rationals and never loops.
  *
- * Threads. The filters take no lock. The exact orientation and in-circle
- * stages each hold their own mutex while they use the member rationals. */
+ * Threads. The filters and the expansion stages take no lock (their
+ * scratch lives on the stack); the stages beyond them, for coordinates
+ * outside the ordinary range, hold the orientation or in-circle mutex while
+ * they use the member rationals. The expansion stages need round-to-nearest:
+ * they switch to it, through RoundingModeGuard, only when the caller runs in
+ * another mode. */
 class KiroTest {
 public:
   KiroTest();
@@ -39,6 +48,7 @@ public:
 
   /** Exact side of p2 with respect to the directed line p0 p1. */
   Orientation2 getOrientation2(const Point2* p0, const Point2* p1, const Point2* p2) {
+    ++counters.orientCalls;
     // det = (x0-x2)*(y1-y2) - (y0-y2)*(x1-x2), each operation rounded as in
     // scalar code, on (x, y) register pairs: half the instructions.
     const __m128d c0(_mm_set_pd(p0->y(), p0->x())), c1(_mm_set_pd(p1->y(), p1->x())), c2(_mm_set_pd(p2->y(), p2->x()));
@@ -61,6 +71,7 @@ public:
 
   /** Exact in-circle test of p against the counter-clockwise triangle pT; never 0. */
   CircleState2 circleInc3state(const Triangle2* pT, const Point2* p) {
+    ++counters.incircleCalls;
     const int cheap(circleInc3stateCheap(pT, p));
     if (cheap != 0) return static_cast<CircleState2>(cheap);
     return circleInc3stateExact(pT, p);
@@ -122,6 +133,17 @@ public:
    * (derivation in KiroTest.cpp and at circleInc3stateCheap). */
   static constexpr double underflowFloor = 0x1p-1000;
 
+  /** Error bounds of the adaptive expansion stages, in units of the
+   * permanents they multiply (derivations in KiroTest.cpp). All are exact
+   * doubles. */
+  static constexpr double epsilon = 0x1p-53;
+  static constexpr double resultErrBound = (3.0 + 8.0 * epsilon) * epsilon;
+  static constexpr double ccwErrBoundB = (2.0 + 12.0 * epsilon) * epsilon;
+  static constexpr double ccwErrBoundC = (9.0 + 64.0 * epsilon) * epsilon * epsilon;
+  static constexpr double iccErrBoundB = (4.0 + 48.0 * epsilon) * epsilon;
+  static constexpr double iccErrBoundC = (44.0 + 576.0 * epsilon) * epsilon * epsilon;
+  static constexpr double iccErrBoundDD = 64.0 * epsilon * epsilon;
+
   /** Quick test of segments ab and cd: IST_NOIS, IST_COLLINEAR (collinear and
    * overlapping or touching) or IST_REGULAR (crossing; a touching end point counts). */
   IntersectionState2 getIntersectionState(const Point2* a, const Point2* b, const Point2* c, const Point2* d);
@@ -135,12 +157,20 @@ public:
   /** Short name of an orientation: "COL", "CCW", "CW". */
   static const char* getShortString(Orientation2 ori);
 
-  /** Counters of the stages, cheap and unsynchronised: diagnostics for benchmarks and tests. */
+  /** Counters of the stages, cheap and unsynchronised: diagnostics for
+   * benchmarks and tests. Each count includes the calls of the later ones. */
   struct Counters {
-    unsigned long long orientSlow = 0;    // orientation calls the filter did not decide
-    unsigned long long orientExact = 0;   // ... that the interval stage did not decide either
-    unsigned long long incircleSlow = 0;  // in-circle calls the filter did not decide
-    unsigned long long incircleExact = 0; // ... that were no axis-parallel rectangle
+    unsigned long long orientCalls = 0;      // orientation calls
+    unsigned long long orientSlow = 0;       // ... the filter did not decide (finite input)
+    unsigned long long orientExpansion = 0;  // ... that went to the expansion stages (ordinary exponent range)
+    unsigned long long orientFull = 0;       // ... that needed the full expansion with the difference tails
+    unsigned long long orientExact = 0;      // ... that reached the rationals (outside the ordinary range,
+                                             //     and undecided by the interval stage)
+    unsigned long long incircleCalls = 0;    // in-circle calls (circleInc3state)
+    unsigned long long incircleSlow = 0;     // ... the filter did not decide (finite input)
+    unsigned long long incircleExpansion = 0; // ... no axis-parallel rectangle, ordinary exponent range
+    unsigned long long incircleFull = 0;     // ... that needed the full expansion with the difference tails
+    unsigned long long incircleExact = 0;    // ... that reached the rationals (outside the ordinary range)
   };
   const Counters& getCounters() const { return counters; }
   void resetCounters() { counters = Counters(); }
@@ -154,6 +184,11 @@ private:
   }
   Orientation2 getOrientation2Slow(const Point2* p0, const Point2* p1, const Point2* p2);
   CircleState2 circleInc3stateExact(const Triangle2* pT, const Point2* p);
+  /** The stages for coordinates outside the ordinary range, under the
+   * mutexes; out of line so that the common paths stay lean. aCoord holds
+   * x0 y0 x1 y1 x2 y2, or the query and then the three corners. */
+  __attribute__((noinline)) Orientation2 getOrientation2Rational(const double* aCoord);
+  __attribute__((noinline)) CircleState2 circleInc3stateRational(const double* aCoord);
   void initPredicateRationals();
   void initIntersectionRationals();
 

@@ -219,8 +219,8 @@ TEST(OrientationExactness, ExactlyCollinearGridPointsAreCollinear) {
 }
 
 TEST(OrientationExactness, CollinearPointsWithExactProductsNeedNoRationals) {
-  // Small integers: every difference and product is exact, the interval
-  // stage sees [0, 0] and settles collinearity without GMP.
+  // Small integers: every difference and product is exact, and the
+  // expansion stage settles collinearity without GMP.
   KiroTest kiroTest;
   kiroTest.setStaticBound_MT(1000.0);
   int numCollinear(0);
@@ -253,6 +253,77 @@ TEST(IncircleExactness, AgreesWithRationalsOnMixedMagnitudes) {
     expectExactIncircle(kiroTest, q);
     if (HasFatalFailure()) return;
     ++numTested;
+  }
+}
+
+TEST(OrientationExactness, CollinearPointsWithInexactDifferencesAreCollinearWithoutRationals) {
+  // Points on y = s x with s a signed power of two or 3, at mixed magnitudes:
+  // the differences round, so only the full expansion proves the zero.
+  KiroTest kiroTest;
+  std::mt19937_64 gen(31);
+  for (int i = 0; i < 20000; ++i) {
+    const double aSlope[4] = {1.0, -0.5, 3.0, 0x1p-20};
+    const double slope(aSlope[gen() % 4]);
+    double aX[3];
+    for (double& x : aX) x = std::ldexp(std::floor(uniform(gen, -0x1p40, 0x1p40)), std::uniform_int_distribution<int>(-100, 20)(gen));
+    const Triple t{Point2(aX[0], slope * aX[0]), Point2(aX[1], slope * aX[1]), Point2(aX[2], slope * aX[2])};
+    ASSERT_EQ(0, exactOrientationSign(t.a, t.b, t.c));
+    expectExactOrientation(kiroTest, t);
+    if (HasFatalFailure()) return;
+  }
+  EXPECT_GT(kiroTest.getCounters().orientFull, 0u);
+  EXPECT_EQ(0u, kiroTest.getCounters().orientExact);
+}
+
+TEST(IncircleExactness, IsoscelesTrapezoidsWithInexactDifferencesAreCocircularWithoutRationals) {
+  // (-a, h1), (a, h1), (b, h2), (-b, h2) lie on one circle for all a, b, h1,
+  // h2; with a and b of unlike magnitudes the differences round, and only
+  // the full expansion proves the zero. Axes and signs are mixed in.
+  KiroTest kiroTest;
+  std::mt19937_64 gen(32);
+  int numTested(0);
+  for (int i = 0; i < 20000; ++i) {
+    const double a(randomMagnitude(gen, -60, 10)), b(randomMagnitude(gen, -60, 10));
+    const double h1(std::copysign(randomMagnitude(gen, -60, 10), uniform(gen, -1, 1)));
+    const double h2(std::copysign(randomMagnitude(gen, -60, 10), uniform(gen, -1, 1)));
+    Point2 aP[4] = {Point2(-a, h1), Point2(a, h1), Point2(b, h2), Point2(-b, h2)};
+    if (gen() % 2)
+      for (Point2& p : aP) p.change(p.y(), p.x());
+    std::shuffle(aP, aP + 4, gen);
+    Quad q{aP[0], aP[1], aP[2], aP[3]};
+    const int ori(exactOrientationSign(q.a, q.b, q.c));
+    if (ori == 0) continue;
+    if (ori < 0) std::swap(q.b, q.c);
+    ASSERT_EQ(0, exactIncircleSign(q.a, q.b, q.c, q.d));
+    expectExactIncircle(kiroTest, q);
+    if (HasFatalFailure()) return;
+    ++numTested;
+  }
+  EXPECT_GT(numTested, 15000);
+  EXPECT_GT(kiroTest.getCounters().incircleFull, 0u);
+  EXPECT_EQ(0u, kiroTest.getCounters().incircleExact);
+}
+
+TEST(IncircleExactness, CocircularIntegerAndScaledGridsNeedNoRationals) {
+  // The cells of an integer grid and of the same grid scaled by 1/999 (not
+  // exact): every in-circle test of a cell corner against the other three,
+  // and of points two cells away, is exact without the rationals.
+  for (bool bScaled : {false, true}) {
+    KiroTest kiroTest;
+    auto coord = [&](int i) { return bScaled ? i / 999.0 : double(i); };
+    std::mt19937_64 gen(33);
+    for (int n = 0; n < 20000; ++n) {
+      const int i(std::uniform_int_distribution<int>(0, 996)(gen)), j(std::uniform_int_distribution<int>(0, 996)(gen));
+      const int di(std::uniform_int_distribution<int>(1, 2)(gen)), dj(std::uniform_int_distribution<int>(1, 2)(gen));
+      Quad q{Point2(coord(i), coord(j)), Point2(coord(i + di), coord(j)), Point2(coord(i + di), coord(j + dj)),
+             Point2(coord(i + std::uniform_int_distribution<int>(0, 2)(gen)), coord(j + std::uniform_int_distribution<int>(0, 2)(gen)))};
+      if (gen() % 2) std::swap(q.a, q.d); // not always the rectangle shortcut
+      if (exactOrientationSign(q.a, q.b, q.c) == 0) continue;
+      if (exactOrientationSign(q.a, q.b, q.c) < 0) std::swap(q.b, q.c);
+      expectExactIncircle(kiroTest, q);
+      if (HasFatalFailure()) return;
+    }
+    EXPECT_EQ(0u, kiroTest.getCounters().incircleExact);
   }
 }
 
@@ -384,6 +455,33 @@ TEST(FilterConstants, StaticBoundFactorIsThreeUlpsOfTheDeterminantChain) {
 // ---------------------------------------------------------------------------
 // Static bound bookkeeping
 
+TEST(FilterConstants, ExpansionStageBoundsAreTheirExactFormulas) {
+  // Each bound is a small polynomial in epsilon = 2^-53; recomputed here in
+  // rationals, every constant must be that value exactly (none rounds).
+  auto exact = [](long c0, long c1, int power) { // (c0 + c1 eps) eps^power
+    mpq_t eps, v, t;
+    mpq_inits(eps, v, t, nullptr);
+    mpq_set_d(eps, 0x1p-53);
+    mpq_set_si(v, c1, 1);
+    mpq_mul(v, v, eps);
+    mpq_set_si(t, c0, 1);
+    mpq_add(v, v, t);
+    for (int i = 0; i < power; ++i) mpq_mul(v, v, eps);
+    const double d(mpq_get_d(v));
+    mpq_set_d(t, d);
+    const bool bExact(mpq_equal(t, v) != 0);
+    mpq_clears(eps, v, t, nullptr);
+    return bExact ? d : -1.0;
+  };
+  EXPECT_EQ(0x1p-53, KiroTest::epsilon);
+  EXPECT_EQ(exact(3, 8, 1), KiroTest::resultErrBound);
+  EXPECT_EQ(exact(2, 12, 1), KiroTest::ccwErrBoundB);
+  EXPECT_EQ(exact(9, 64, 2), KiroTest::ccwErrBoundC);
+  EXPECT_EQ(exact(4, 48, 1), KiroTest::iccErrBoundB);
+  EXPECT_EQ(exact(44, 576, 2), KiroTest::iccErrBoundC);
+  EXPECT_EQ(exact(64, 0, 2), KiroTest::iccErrBoundDD);
+}
+
 TEST(StaticBound, GrowsByAMarginOfTenAndNeverShrinks) {
   KiroTest kiroTest;
   EXPECT_EQ(0.0, kiroTest.getStaticBound());
@@ -511,13 +609,14 @@ TEST(Incircle, RectangleIsCocircularByTheShortcutInEveryOrder) {
   EXPECT_EQ(0u, kiroTest.getCounters().incircleExact) << "no arithmetic for rectangles";
 }
 
-TEST(Incircle, CocircularNonRectangleIsDecidedByTheRationals) {
+TEST(Incircle, CocircularNonRectangleNeedsNoRationals) {
   KiroTest kiroTest;
   Point2 a(5, 0), b(3, 4), c(-4, 3);
   const Point2 d(0, -5);
   const Triangle2 t(&a, &b, &c);
   EXPECT_EQ(CINC2_ZERO, kiroTest.circleInc3state(&t, &d));
-  EXPECT_EQ(1u, kiroTest.getCounters().incircleExact);
+  EXPECT_EQ(1u, kiroTest.getCounters().incircleExpansion);
+  EXPECT_EQ(0u, kiroTest.getCounters().incircleExact);
 }
 
 TEST(Incircle, CheapTestDecidesFarInsideAndDefersOnTheCircle) {

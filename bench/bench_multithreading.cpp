@@ -141,8 +141,8 @@ int main(int argc, char** argv) {
   table << "| case | threads | Vask2D s | speed-up | Vask2D MiB | memory vs 1 thread | CGAL s | time vs CGAL |\n"
         << "|---|---:|---:|---:|---:|---:|---:|---:|\n";
   breakdown << "| case | threads | vault, fake box, duplicates s | sample s | prepare s | workers s | waiting share | "
-               "hand-over s | chunks |\n"
-            << "|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";
+               "hand-over s | CPU s: prepare / workers | chunks |\n"
+            << "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n";
   std::cout << std::left << std::setw(16) << "case" << std::right << std::setw(8) << "threads" << std::setw(10)
             << "Vask s" << std::setw(9) << "speedup" << std::setw(11) << "Vask MiB" << std::setw(9) << "mem/1t"
             << std::setw(10) << "CGAL s" << std::setw(9) << "/CGAL" << std::endl;
@@ -169,12 +169,14 @@ int main(int argc, char** argv) {
         std::cout << "    vault etc " << std::setprecision(3) << v.seconds - inserter << " s, sample "
                   << s.secondsSample << " s, prepare " << s.secondsPrepare << " s, workers " << s.secondsWork
                   << " s (waiting " << std::setprecision(1) << 100.0 * waitingShare << "%), hand-over "
-                  << std::setprecision(3) << s.secondsHandOver << " s, " << s.numChunks << " chunks on "
-                  << s.numThreads << " threads" << std::endl;
+                  << std::setprecision(3) << s.secondsHandOver << " s, CPU prepare " << s.cpuPrepare
+                  << " s, CPU workers " << s.cpuWork << " s, " << s.numChunks << " chunks on " << s.numThreads
+                  << " threads" << std::endl;
         breakdown << "| " << c.name << " | " << numThreads << " | " << std::setprecision(3) << v.seconds - inserter
                   << " | " << s.secondsSample << " | " << s.secondsPrepare << " | " << s.secondsWork << " | "
                   << std::setprecision(1) << 100.0 * waitingShare << "% | " << std::setprecision(3)
-                  << s.secondsHandOver << " | " << s.numChunks << " |\n";
+                  << s.secondsHandOver << " | " << s.cpuPrepare << " / " << s.cpuWork << " | " << s.numChunks
+                  << " |\n";
       }
     }
   }
@@ -183,7 +185,8 @@ int main(int argc, char** argv) {
         << " Delaunay_triangulation_2<Epick>, range insertion, single thread\n"
         << "Time = best of " << reps << " runs; peak = VmHWM growth of a forked child (first run)\n"
         << "Load average before: " << loadBefore << ", after: " << loadAverage() << "\n"
-        << "Waiting share: time workers slept for a free region / (threads x workers' wall time)\n";
+        << "Waiting share: time workers slept for a free region / (threads x workers' wall time)\n"
+        << "CPU s: processor time of all threads in the phase, independent of the machine's load\n";
   std::cout << "\n" << notes.str();
   return vask_bench::writeMarkdown(outFile, table.str() + "\n" + breakdown.str(), notes.str()) ? 0 : 1;
 }

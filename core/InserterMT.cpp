@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <ctime>
 
 namespace KIRO_VASK2D {
 
@@ -19,6 +20,9 @@ const int MAX_WORKER_THREADS(256);
 double secondsSince(std::chrono::steady_clock::time_point t0) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 }
+
+// Processor time of the process, all threads together.
+double cpuSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 
 } // namespace
 
@@ -52,6 +56,7 @@ void InserterMT::cutIntoChunks(size_t n, size_t numChunks, std::vector<std::pair
 
 void InserterMT::go(Triangle2* pStart) {
   const std::chrono::steady_clock::time_point tStart(std::chrono::steady_clock::now());
+  const double cpuStart(cpuSeconds());
   std::vector<IdxVtxAct*>& vRecords(*pVRecords);
   const size_t count(lastIdx - firstIdx);
   stats = InserterMTStats();
@@ -87,6 +92,8 @@ void InserterMT::go(Triangle2* pStart) {
     vHidden.push_back(pRec);
   }
   stats.secondsSample = secondsSince(tStart);
+  const double cpuPrepareStart(cpuSeconds());
+  stats.cpuSample = cpuPrepareStart - cpuStart;
 
   // 3. Chunks over the range, each with its own predicates, prepared in parallel.
   const std::chrono::steady_clock::time_point tPrepare(std::chrono::steady_clock::now());
@@ -105,6 +112,8 @@ void InserterMT::go(Triangle2* pStart) {
   for (Chunk* pChunk : vAllChunks)
     if (pChunk->isUnbounded()) ++stats.numUnboundedChunks;
   stats.secondsPrepare = secondsSince(tPrepare);
+  const double cpuWorkStart(cpuSeconds());
+  stats.cpuPrepare = cpuWorkStart - cpuPrepareStart;
 
   // 4. The workers. A developer value lets tests make one chunk fail as a
   // broken invariant would.
@@ -114,6 +123,7 @@ void InserterMT::go(Triangle2* pStart) {
   const std::chrono::steady_clock::time_point tWork(std::chrono::steady_clock::now());
   startWork(numWorkers);
   stats.secondsWork = secondsSince(tWork);
+  stats.cpuWork = cpuSeconds() - cpuWorkStart;
   if (pFirstError) std::rethrow_exception(pFirstError);
 
   // 5. Hand-over on this thread: the fresh triangles came back as each chunk

@@ -70,6 +70,11 @@ struct InserterMTStats {
   double secondsHandOver = 0.0;  // after the joins: results handed over, chunks freed
   double secondsWaiting = 0.0;   // summed over workers: time spent waiting for a free region
   double secondsBusy = 0.0;      // summed over workers: time spent inserting chunks
+  // Processor time of the whole process (all threads) in the same phases:
+  // unlike the wall times, it does not depend on what else the machine runs.
+  double cpuSample = 0.0;
+  double cpuPrepare = 0.0;
+  double cpuWork = 0.0;
 };
 
 /** Multi-threaded insertion of a range of vault records into a mesh

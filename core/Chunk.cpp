@@ -103,20 +103,29 @@ bool enclosingDisk(const Triangle2* pT, double& cx, double& cy, double& radius) 
 } // namespace
 
 // Whether the closed circumdisk of pT, its squared radius widened by 5% for
-// rounding, meets the axis-parallel side p0-p1. A circle without a reliable
-// centre counts as reaching it: the answer must err on the safe side.
-bool Chunk::circleReachesSide(const Point2& p0, const Point2& p1, const Triangle2* pT) const {
+// rounding, meets one of the four sides of the box with these corners
+// (counter-clockwise). A circle without a reliable centre counts as
+// reaching it: the answer must err on the safe side.
+bool Chunk::circleReachesSide(const std::vector<Point2>& vCorners, const Triangle2* pT) const {
   double cx(0.0), cy(0.0), radius(0.0);
   if (!enclosingDisk(pT, cx, cy, radius)) return true;
   const Point2 center(cx, cy);
   const double limit(radius * radius * 1.05);
-  const bool bVertical(p0.x() == p1.x());
-  if (!bVertical) VASK_ASSERT(p0.y() == p1.y());
-  const double dLine(bVertical ? center.x() - p0.x() : center.y() - p0.y());
-  if (dLine * dLine > limit) return false;
-  if (sqDistance2D(center, p0) <= limit || sqDistance2D(center, p1) <= limit) return true;
-  if (bVertical) return center.y() >= std::min(p0.y(), p1.y()) && center.y() <= std::max(p0.y(), p1.y());
-  return center.x() >= std::min(p0.x(), p1.x()) && center.x() <= std::max(p0.x(), p1.x());
+  for (size_t i = 0; i < vCorners.size(); ++i) {
+    const Point2& p0(vCorners[i]);
+    const Point2& p1(vCorners[(i + 1) % vCorners.size()]);
+    const bool bVertical(p0.x() == p1.x());
+    if (!bVertical) VASK_ASSERT(p0.y() == p1.y());
+    const double dLine(bVertical ? center.x() - p0.x() : center.y() - p0.y());
+    if (dLine * dLine > limit) continue;
+    if (sqDistance2D(center, p0) <= limit || sqDistance2D(center, p1) <= limit) return true;
+    if (bVertical) {
+      if (center.y() >= std::min(p0.y(), p1.y()) && center.y() <= std::max(p0.y(), p1.y())) return true;
+    } else if (center.x() >= std::min(p0.x(), p1.x()) && center.x() <= std::max(p0.x(), p1.x())) {
+      return true;
+    }
+  }
+  return false;
 }
 
 // Adds the circumdisk of pT to the rectangle; a circle without a reliable
@@ -236,30 +245,28 @@ void Chunk::determineExtBox() {
   // any extent keeps a point box, which the side tests handle as it is.
   if (pDataBox->getMaxRange() > 0.0) box.inflateIfDegenerate(1e-6 * pDataBox->getMaxRange());
   extBox = box;
-  // The triangles whose circles meet a side of the box: a flood fill per side.
+  // The triangles whose circles meet a side of the box: one flood fill
+  // from the triangles at the four corners (the set of each side is
+  // connected, and the sets of two sides share the triangle at their corner).
   std::vector<Point2> vCorners;
   box.getCorners(vCorners);
   std::unordered_set<const Triangle2*> sVisited;
+  std::vector<Triangle2*> vQueue;
   for (int i = 0; i < 4; ++i) {
-    const Point2& p0(vCorners[i]);
-    const Point2& p1(vCorners[(i + 1) % 4]);
     Triangle2* pSideStartT(nullptr);
     int edgeIdx(-1);
-    locateInsideConflictT(p0, pStartVtx, pSideStartT, edgeIdx);
+    locateInsideConflictT(vCorners[i], pStartVtx, pSideStartT, edgeIdx);
     VASK_ASSERT(pSideStartT != 0 && "pStartT!=0");
-    sVisited.clear();
-    std::vector<Triangle2*> vQueue(1, pSideStartT);
-    sVisited.insert(pSideStartT);
-    while (!vQueue.empty()) {
-      Triangle2* pT(vQueue.back());
-      vQueue.pop_back();
-      vBorderT.push_back(pT);
-      for (int k = 0; k < 3; ++k) {
-        Triangle2* pN(pT->getOppositeTriangle(k));
-        if (pN == nullptr || sVisited.count(pN) > 0 || !circleReachesSide(p0, p1, pN)) continue;
-        sVisited.insert(pN);
-        vQueue.push_back(pN);
-      }
+    if (sVisited.insert(pSideStartT).second) vQueue.push_back(pSideStartT);
+  }
+  while (!vQueue.empty()) {
+    Triangle2* pT(vQueue.back());
+    vQueue.pop_back();
+    vBorderT.push_back(pT);
+    for (int k = 0; k < 3; ++k) {
+      Triangle2* pN(pT->getOppositeTriangle(k));
+      if (pN == nullptr || !sVisited.insert(pN).second) continue;
+      if (circleReachesSide(vCorners, pN)) vQueue.push_back(pN);
     }
   }
   std::sort(vBorderT.begin(), vBorderT.end());

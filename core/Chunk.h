@@ -66,7 +66,7 @@ public:
 private:
   Triangle2* localCreateTriangle(Point2* p0, Point2* p1, Point2* p2);
   Triangle2* localInitVCheckT13(Triangle2* pT, Point2* pVtx);
-  bool circleReachesSide(const Point2& p0, const Point2& p1, const Triangle2* pT) const;
+  bool circleReachesSide(const std::vector<Point2>& vCorners, const Triangle2* pT) const;
   void extendByCircle(const Triangle2* pT, double& minX, double& minY, double& maxX, double& maxY);
   Point2* findMeshVertexNear() const;
   bool isFakeCorner(const Point2* pVtx) const;

@@ -358,7 +358,10 @@ TEST(Multithreading, RandomSequencesOfBatchesUnderRandomThreadCountsStayValid) {
     if (seconds > 0.0 ? elapsed > seconds : iter >= 8) break;
     std::mt19937 gen(1000 + iter);
     const unsigned family(gen() % 8);
+    // Fast mode may keep near-cocircular edges: then the empty circle is not checked.
+    const bool bFast(gen() % 4 == 0);
     Vask_2D dt;
+    dt.setFastMode(bFast);
     std::vector<Point2*> vAlive;
     ++numCases;
     for (int step = 0; step < 5; ++step, ++numSteps) {
@@ -392,9 +395,9 @@ TEST(Multithreading, RandomSequencesOfBatchesUnderRandomThreadCountsStayValid) {
                      vAlive.end());
       }
       testing::internal::GetCapturedStdout();
-      const vask_test::Validation v(vask_test::validate(dt, true, 20000));
-      ASSERT_TRUE(v.ok) << "case " << iter << " (family " << family << "), step " << step << ", op " << op << ", "
-                        << numCPU << " threads: " << v.firstError;
+      const vask_test::Validation v(vask_test::validate(dt, !bFast, 20000));
+      ASSERT_TRUE(v.ok) << "case " << iter << " (family " << family << (bFast ? ", fast mode" : "") << "), step "
+                        << step << ", op " << op << ", " << numCPU << " threads: " << v.firstError;
     }
   }
   std::cout << "mt fuzz: " << numCases << " cases, " << numSteps << " operations" << std::endl;

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
-#include <unordered_set>
 
 namespace KIRO_VASK2D {
 
@@ -250,14 +249,17 @@ void Chunk::determineExtBox() {
   // connected, and the sets of two sides share the triangle at their corner).
   std::vector<Point2> vCorners;
   box.getCorners(vCorners);
-  std::unordered_set<const Triangle2*> sVisited;
+  // The sets are small (tens of triangles): plain vectors beat hashing here.
+  std::vector<const Triangle2*> vVisited;
   std::vector<Triangle2*> vQueue;
   for (int i = 0; i < 4; ++i) {
     Triangle2* pSideStartT(nullptr);
     int edgeIdx(-1);
     locateInsideConflictT(vCorners[i], pStartVtx, pSideStartT, edgeIdx);
     VASK_ASSERT(pSideStartT != 0 && "pStartT!=0");
-    if (sVisited.insert(pSideStartT).second) vQueue.push_back(pSideStartT);
+    if (std::find(vVisited.begin(), vVisited.end(), pSideStartT) != vVisited.end()) continue;
+    vVisited.push_back(pSideStartT);
+    vQueue.push_back(pSideStartT);
   }
   while (!vQueue.empty()) {
     Triangle2* pT(vQueue.back());
@@ -265,29 +267,31 @@ void Chunk::determineExtBox() {
     vBorderT.push_back(pT);
     for (int k = 0; k < 3; ++k) {
       Triangle2* pN(pT->getOppositeTriangle(k));
-      if (pN == nullptr || !sVisited.insert(pN).second) continue;
+      if (pN == nullptr || std::find(vVisited.begin(), vVisited.end(), pN) != vVisited.end()) continue;
+      vVisited.push_back(pN);
       if (circleReachesSide(vCorners, pN)) vQueue.push_back(pN);
     }
   }
-  std::sort(vBorderT.begin(), vBorderT.end());
-  vBorderT.erase(std::unique(vBorderT.begin(), vBorderT.end()), vBorderT.end());
-  double minX(DBL_MAX), minY(DBL_MAX), maxX(-DBL_MAX), maxY(-DBL_MAX);
-  for (Triangle2* pT : vBorderT) extendByCircle(pT, minX, minY, maxX, maxY);
-  // The neighbours of those triangles, and more: every triangle around one
-  // of their corners.
-  std::unordered_set<const Point2*> sVertices;
-  std::unordered_set<const Triangle2*> sTriangles(vBorderT.begin(), vBorderT.end());
-  for (Triangle2* pT : vBorderT) {
-    for (int k = 0; k < 3; ++k) {
-      Point2* pVtx(pT->getCorner(k));
-      if (!sVertices.insert(pVtx).second) continue;
-      TriangleAroundVertexIterator start(pVtx), it(pVtx);
-      do {
-        if (*it != nullptr && sTriangles.insert(*it).second) extendByCircle(*it, minX, minY, maxX, maxY);
-        ++it;
-      } while (it != start);
-    }
+  // Their circles, and those of every triangle around one of their corners
+  // (which includes their neighbours).
+  std::vector<Point2*> vVertices;
+  vVertices.reserve(3 * vBorderT.size());
+  for (Triangle2* pT : vBorderT)
+    for (int k = 0; k < 3; ++k) vVertices.push_back(pT->getCorner(k));
+  std::sort(vVertices.begin(), vVertices.end());
+  vVertices.erase(std::unique(vVertices.begin(), vVertices.end()), vVertices.end());
+  std::vector<const Triangle2*> vRing;
+  for (Point2* pVtx : vVertices) {
+    TriangleAroundVertexIterator start(pVtx), it(pVtx);
+    do {
+      if (*it != nullptr) vRing.push_back(*it);
+      ++it;
+    } while (it != start);
   }
+  std::sort(vRing.begin(), vRing.end());
+  vRing.erase(std::unique(vRing.begin(), vRing.end()), vRing.end());
+  double minX(DBL_MAX), minY(DBL_MAX), maxX(-DBL_MAX), maxY(-DBL_MAX);
+  for (const Triangle2* pT : vRing) extendByCircle(pT, minX, minY, maxX, maxY);
   if (bUnbounded) {
     extBox.add(Point2(-DBL_MAX, -DBL_MAX));
     extBox.add(Point2(DBL_MAX, DBL_MAX));

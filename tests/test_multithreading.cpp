@@ -347,16 +347,19 @@ std::vector<Point2> familyPoints(unsigned family, size_t n, std::mt19937& gen) {
 // Random sequences of batches (vector with and without handles, coordinate
 // array) under random thread counts, single insertions and removals, on the
 // adversarial families; the whole mesh is checked after every step. The
-// environment variable VASK2D_MT_FUZZ_SECONDS makes it run that long.
+// environment variable VASK2D_MT_FUZZ_SECONDS makes it run that long, and
+// VASK2D_MT_FUZZ_SEED sets the seed of its first case.
 TEST(Multithreading, RandomSequencesOfBatchesUnderRandomThreadCountsStayValid) {
   const char* pEnv(std::getenv("VASK2D_MT_FUZZ_SECONDS"));
   const double seconds(pEnv != nullptr ? std::atof(pEnv) : 0.0);
+  const char* pSeedEnv(std::getenv("VASK2D_MT_FUZZ_SEED"));
+  const unsigned firstSeed(pSeedEnv != nullptr ? static_cast<unsigned>(std::atol(pSeedEnv)) : 1000u);
   const auto tStart(std::chrono::steady_clock::now());
   size_t numCases(0), numSteps(0);
   for (unsigned iter = 0;; ++iter) {
     const double elapsed(std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count());
     if (seconds > 0.0 ? elapsed > seconds : iter >= 8) break;
-    std::mt19937 gen(1000 + iter);
+    std::mt19937 gen(firstSeed + iter);
     const unsigned family(gen() % 8);
     // Fast mode may keep near-cocircular edges: then the empty circle is not checked.
     const bool bFast(gen() % 4 == 0);
@@ -396,7 +399,7 @@ TEST(Multithreading, RandomSequencesOfBatchesUnderRandomThreadCountsStayValid) {
       }
       testing::internal::GetCapturedStdout();
       const vask_test::Validation v(vask_test::validate(dt, !bFast, 20000));
-      ASSERT_TRUE(v.ok) << "case " << iter << " (family " << family << (bFast ? ", fast mode" : "") << "), step "
+      ASSERT_TRUE(v.ok) << "seed " << firstSeed + iter << " (family " << family << (bFast ? ", fast mode" : "") << "), step "
                         << step << ", op " << op << ", " << numCPU << " threads: " << v.firstError;
     }
   }

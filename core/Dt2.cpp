@@ -33,13 +33,20 @@ const unsigned MAX_POOL_HINT(1u << 26);
 
 Dt2::Dt2(unsigned numPoints)
     : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), vertexVault(this),
-      pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), bFastMode(false), bSuppressFlips(false),
+      pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), pLastVertex(nullptr),
+      bKeyMayBeLoose(false), bFastMode(false), bSuppressFlips(false),
       progress("Dt2") {
   if (numPoints < 3) numPoints = 3;
   if (numPoints > MAX_POOL_HINT) numPoints = MAX_POOL_HINT;
   vertexPool.init(static_cast<int>(numPoints), -1);
   trianglePool.init(static_cast<int>(2 * numPoints + 10), -1);
   vCheckT.reserve(64);
+  clearHullCache();
+}
+
+void Dt2::clearHullCache() {
+  for (size_t d = 0; d < 2; ++d)
+    for (size_t i = 0; i < HULL_CACHE_SIZE; ++i) aHullCache[d][i] = HullCacheEntry{nullptr, nullptr};
 }
 
 Dt2::~Dt2() {}
@@ -67,20 +74,63 @@ void Dt2::growBox() {
   vertexVault.reindex();
 }
 
-// The curve's box is the doubled box, limited to +-DBL_MAX/2 so that its
-// ranges are finite, and given a positive extent in each axis: collinear or
-// single points must not leave an axis without cells.
-void Dt2::resetHilbertKey() {
+// The curve's box is the doubled box.
+void Dt2::resetHilbertKey() { resetHilbertKey(bbox); }
+
+// The curve's box is limited to +-DBL_MAX/2 so that its ranges are finite,
+// and given a positive extent in each axis: collinear or single points must
+// not leave an axis without cells.
+void Dt2::resetHilbertKey(const Bbox2& box) {
   const double lim(DBL_MAX / 2);
-  const double minX(std::min(lim, std::max(-lim, bbox.get_minX())));
-  const double minY(std::min(lim, std::max(-lim, bbox.get_minY())));
-  double maxX(std::min(lim, std::max(-lim, bbox.get_maxX())));
-  double maxY(std::min(lim, std::max(-lim, bbox.get_maxY())));
+  const double minX(std::min(lim, std::max(-lim, box.get_minX())));
+  const double minY(std::min(lim, std::max(-lim, box.get_minY())));
+  double maxX(std::min(lim, std::max(-lim, box.get_maxX())));
+  double maxY(std::min(lim, std::max(-lim, box.get_maxY())));
   // 1e-300 keeps 2^15 cells / range finite (2^15 / 1e-300 < DBL_MAX).
   const double range(std::max(1e-300, std::max(maxX - minX, maxY - minY)));
   if (!(maxX - minX >= 1e-300)) maxX = minX + range;
   if (!(maxY - minY >= 1e-300)) maxY = minY + range;
   hc2.init(minX, minY, maxX, maxY, 30);
+}
+
+// The box only grows, but the data can shrink back: a far point inserted and
+// removed leaves a box so large that all other vertices share a few key
+// cells, and the vault's start triangles become poor. When the vault is
+// about to sort anyway, the curve is fitted again to the doubled box of the
+// active vertices if the present curve is over 8 times larger, or does not
+// hold them. Keys are a locality heuristic only; the box of the predicates
+// stays as it is.
+void Dt2::refitHilbertKey() {
+  // Without a removal the data only grow, and box growth keeps the key fit.
+  // After one, the key may be fitted to data that grow again, within the
+  // box: so from then on every rebuild checks.
+  if (!*pBFullDimensional || !bKeyMayBeLoose) return;
+  const Bbox2 tight(vertexVault.getBbox());
+  if (!(tight.get_maxX() >= tight.get_minX())) return;
+  const double hx(tight.get_maxX() * 0.5 - tight.get_minX() * 0.5);
+  const double hy(tight.get_maxY() * 0.5 - tight.get_minY() * 0.5);
+  const double tightRange(2 * std::max(hx, hy));
+  const double keyRange(std::max(hc2.getRangeX(), hc2.getRangeY()));
+  const bool bInside(tight.get_minX() >= hc2.getMinX() && tight.get_maxX() <= hc2.getMaxX() &&
+                     tight.get_minY() >= hc2.getMinY() && tight.get_maxY() <= hc2.getMaxY());
+  if (bInside && !(keyRange > 8 * tightRange)) return;
+  Bbox2 doubled(tight);
+  doubled.setMinX(std::max(-DBL_MAX, tight.get_minX() - hx));
+  doubled.setMaxX(std::min(DBL_MAX, tight.get_maxX() + hx));
+  doubled.setMinY(std::max(-DBL_MAX, tight.get_minY() - hy));
+  doubled.setMaxY(std::min(DBL_MAX, tight.get_maxY() + hy));
+  resetHilbertKey(doubled);
+  vertexVault.reindex();
+}
+
+size_t Dt2::numberOfVertexSlots() const {
+  size_t num(0);
+  for (int i = 0; i < vertexPool.getNumContainers(); ++i) {
+    int numUsed(0);
+    vertexPool.getContainer(i, numUsed);
+    num += static_cast<size_t>(numUsed);
+  }
+  return num;
 }
 
 // ---------------------------------------------------------------------------

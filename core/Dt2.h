@@ -81,6 +81,9 @@ public:
   // Single-point insertion (Dt2_insert.cpp)
   Point2* insert(const Point2& p);
   Triangle2* insertVertex(Point2* pVtx, Triangle2* pStart);
+  /** The second half of insertVertex: pT, state and edgeIdx come from
+   * locateConflictTriangle for pVtx's coordinates. */
+  Triangle2* insertLocated(Point2* pVtx, Triangle2* pT, LocateResult state, int edgeIdx);
   LocateResult locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx);
   Triangle2* triangulateCoplanarOrDuplicate(Point2* pVtx, Triangle2* pT, LocateResult state);
   Triangle2* initVCheckT13(Triangle2* pT, Point2* pVtx);
@@ -169,6 +172,9 @@ public:
   VertexVault& getVertexVault() { return vertexVault; }
   const Bbox2& getBbox() const { return bbox; }
   Point2* newVertex() { return vertexPool.get(); }
+  /** Vertices ever taken from the vertex pool: alive, removed, or waiting
+   * for reuse after a duplicate. */
+  size_t numberOfVertexSlots() const;
   /** Hilbert index of a position; positions outside the curve's box fall
    * into its border cells, so any point gets a valid (maybe poor) index. */
   uint32_t getHilbertIndex(double x, double y) const { return hc2.getKey(x, y); }
@@ -178,7 +184,12 @@ private:
   bool addToBox(const Point2& p);
   void growBox();
   void resetHilbertKey();
+  void resetHilbertKey(const Bbox2& box);
+  void refitHilbertKey();
   // Insertion
+  Triangle2* walkStart(const Point2& p, uint32_t idx);
+  bool cachedHullEdge(Point2* pPivot, bool bLeft, Triangle2*& pT, int& cross) const;
+  void clearHullCache();
   LocateResult hullStep(const Point2& p, Triangle2*& pT, int e);
   void walkHull(Triangle2* pT, int ith, const Point2* p, bool bLeft, std::vector<std::pair<Triangle2*, int> >& vOut);
   // Removal
@@ -208,6 +219,22 @@ private:
   std::vector<Triangle2*> vDeadT;
   size_t numAllT;
   std::vector<Triangle2*> vCheckT;
+  // The vertex of the last single insertion: in sorted or curve order the
+  // next point is close to it whatever the Hilbert key says. Null while it
+  // may be stale (collinear state, after a removal).
+  Point2* pLastVertex;
+  // A removal happened: the data may have shrunk away from the key's box.
+  bool bKeyMayBeLoose;
+  // Hull triangles found by long pivots around a hull vertex, by direction
+  // and by vertex (direct-mapped): a hull vertex of high degree, as at the
+  // hub of a fan, is passed by every insertion beyond the hull next to it.
+  // An entry is only a guess, checked before use.
+  struct HullCacheEntry {
+    Point2* pVtx;
+    Triangle2* pT;
+  };
+  static const size_t HULL_CACHE_SIZE = 64;
+  HullCacheEntry aHullCache[2][HULL_CACHE_SIZE];
   std::vector<std::pair<Triangle2*, int> > vHullL, vHullR;   // visible hull edges of insertVertexCH
   std::vector<Triangle2*> vCandidates, vNextCandidates;      // rounds of its flip sweep
   std::vector<Triangle2*> vUmbrellaT;                         // the fan of the vertex being removed

@@ -26,25 +26,63 @@ namespace KIRO_VASK2D {
 // ---------------------------------------------------------------------------
 // Single-point insertion
 
+// Nothing is allocated for a duplicate: in the collinear state a hash of
+// the coordinates finds it, otherwise the walk does, before the vertex and
+// its record are taken.
 Point2* Dt2::insert(const Point2& p) {
   if (addToBox(p)) growBox();
   if (!*pBFullDimensional) {
-    Point2* pExisting(vertexVault.findActive(p));
-    if (pExisting != nullptr) return pExisting;
-    Point2* pVtx(new (newVertex()) Point2(p));
-    vertexVault.addVertex(getHilbertIndex(p.x(), p.y()), pVtx);
-    createFullDimTriangle(0);
-    if (!vertexVault.dupIsClean()) vertexVault.treatDupsAndHandles(nullptr);
+    pLastVertex = nullptr;
+    const size_t numBefore(vertexVault.numberOfRecords());
+    bool bLeavesLine(false);
+    Point2* pVtx(vertexVault.findOrAddCollinear(p, getHilbertIndex(p.x(), p.y()), bLeavesLine));
+    if (vertexVault.numberOfRecords() == numBefore) return pVtx; // a duplicate
+    if (bLeavesLine) {
+      vertexVault.dropLineIndex();
+      createFullDimTriangle(0);
+      if (!vertexVault.dupIsClean()) vertexVault.treatDupsAndHandles(nullptr);
+      vertexVault.rebuild(true);
+      if (pVtx->getIncidentTriangle() != nullptr) pLastVertex = pVtx;
+    }
     return pVtx;
   }
-  Point2* pVtx(new (newVertex()) Point2(p));
   const uint32_t idx(getHilbertIndex(p.x(), p.y()));
-  vertexVault.addVertex(idx, pVtx);
-  insertVertex(pVtx, vertexVault.getCloseTriangle(idx));
-  if (!vertexVault.dupIsClean()) return vertexVault.treatOneDupGetHandle(pVtx);
+  Triangle2* pT(walkStart(p, idx));
+  int edgeIdx(-1);
+  const LocateResult state(locateConflictTriangle(p, pT, edgeIdx));
+  if (state == LR_VERTEX) {
+    progress.advance(1);
+    for (int i = 0; i < 3; ++i)
+      if (*pT->getCorner(i) == p) return pT->getCorner(i);
+    VASK_ASSERT(false && "Proxy not found");
+  }
+  Point2* pVtx(vertexVault.addNewVertex(p, idx));
+  progress.advance(1);
+  insertLocated(pVtx, pT, state, edgeIdx);
   VASK_ASSERT(pVtx->getIncidentTriangle() != NULL);
+  VASK_ASSERT(vertexVault.dupIsClean());
+  pLastVertex = pVtx;
+  if (vertexVault.isRebuildDue()) refitHilbertKey();
   vertexVault.rebuild(true);
   return pVtx;
+}
+
+// The start of a single insertion's walk: of the vault's triangle near the
+// point's Hilbert key and the last inserted vertex, the one nearer to p.
+// The key finds a close start for points in random order, the last vertex
+// for points in sorted or curve order, where the key's candidate may lie
+// far behind (new vertices join the vault's sorted part only at a rebuild).
+// Distances are compared per axis (the larger difference), which cannot
+// overflow to a wrong order.
+Triangle2* Dt2::walkStart(const Point2& p, uint32_t idx) {
+  Triangle2* pKeyT(vertexVault.getCloseTriangle(idx));
+  if (pLastVertex == nullptr) return pKeyT;
+  Triangle2* pLastT(pLastVertex->getIncidentTriangle());
+  if (pLastT == nullptr) return pKeyT;
+  const Point2* pKeyV(pKeyT->getCorner(0));
+  const double dKey(std::max(std::fabs(pKeyV->x() - p.x()), std::fabs(pKeyV->y() - p.y())));
+  const double dLast(std::max(std::fabs(pLastVertex->x() - p.x()), std::fabs(pLastVertex->y() - p.y())));
+  return dLast < dKey ? pLastT : pKeyT;
 }
 
 // Contract: pStart is a live triangle; pVtx is not yet in the mesh. Splits
@@ -58,6 +96,10 @@ Triangle2* Dt2::insertVertex(Point2* pVtx, Triangle2* pStart) {
   VASK_ASSERT(pCurTriangle != NULL);
   int edgeIdx(-1);
   const LocateResult state(locateConflictTriangle(*pVtx, pCurTriangle, edgeIdx));
+  return insertLocated(pVtx, pCurTriangle, state, edgeIdx);
+}
+
+Triangle2* Dt2::insertLocated(Point2* pVtx, Triangle2* pCurTriangle, LocateResult state, int edgeIdx) {
   if (state != LR_INSIDE) return triangulateCoplanarOrDuplicate(pVtx, pCurTriangle, state);
 
   Triangle2* pResult(edgeIdx >= 0 ? initVCheckT24(pCurTriangle, pVtx, edgeIdx) : initVCheckT13(pCurTriangle, pVtx));
@@ -186,15 +228,44 @@ void Dt2::walkHull(Triangle2* pT, int ith, const Point2* p, bool bLeft,
   VASK_ASSERT(pT->getOppositeTriangle(ith) == NULL && "pCurTriangle->getOppositeTriangle(ith)==NULL");
   for (;;) {
     int cross(bLeft ? incIndexBy2(ith) : incIndexBy1(ith));
-    while (Triangle2* pNeig = pT->getOppositeTriangle(cross)) {
-      ith = pNeig->getIntraTriangleIndex(pT);
-      pT = pNeig;
-      cross = bLeft ? incIndexBy2(ith) : incIndexBy1(ith);
+    if (pT->getOppositeTriangle(cross) != nullptr) {
+      Point2* pPivot(pT->getCorner(bLeft ? incIndexBy1(ith) : incIndexBy2(ith)));
+      if (!cachedHullEdge(pPivot, bLeft, pT, cross)) {
+        size_t numSteps(0);
+        while (Triangle2* pNeig = pT->getOppositeTriangle(cross)) {
+          ith = pNeig->getIntraTriangleIndex(pT);
+          pT = pNeig;
+          cross = bLeft ? incIndexBy2(ith) : incIndexBy1(ith);
+          ++numSteps;
+        }
+        if (numSteps > 8) aHullCache[bLeft ? 0 : 1][(reinterpret_cast<uintptr_t>(pPivot) >> 4) % HULL_CACHE_SIZE] =
+            HullCacheEntry{pPivot, pT};
+      }
     }
     if (kiroTest.getOrientation2(pT, cross, p) != ORIENTATION2_CW) return;
     ith = cross;
     vOut.emplace_back(pT, ith);
   }
+}
+
+// The hull edge at pPivot in the pivot's direction, if the cache remembers
+// a triangle that (still) has it: pPivot at corner k and a hull edge at
+// k+1 (bLeft: pPivot ends the edge) or k+2 (pPivot starts it). Each hull
+// vertex has one hull edge of each kind, so any such triangle is the one
+// the pivot would reach. Removals clear the cache: their dead triangles
+// may keep their corners.
+bool Dt2::cachedHullEdge(Point2* pPivot, bool bLeft, Triangle2*& pT, int& cross) const {
+  const HullCacheEntry& e(aHullCache[bLeft ? 0 : 1][(reinterpret_cast<uintptr_t>(pPivot) >> 4) % HULL_CACHE_SIZE]);
+  if (e.pVtx != pPivot || e.pT == nullptr) return false;
+  for (int k = 0; k < 3; ++k) {
+    if (e.pT->getCorner(k) != pPivot) continue;
+    const int c(bLeft ? incIndexBy1(k) : incIndexBy2(k));
+    if (e.pT->getOppositeTriangle(c) != nullptr) return false;
+    pT = e.pT;
+    cross = c;
+    return true;
+  }
+  return false;
 }
 
 // Contract: edge ith of pT is a hull edge that p sees or lies on. New

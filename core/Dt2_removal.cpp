@@ -37,6 +37,7 @@ namespace KIRO_VASK2D {
 // vDeadT), and a flip sweep makes the rest Delaunay again. With no triangle
 // left the triangulation returns to the collinear state.
 void Dt2::removeHullVertex(Point2* pVtx, bool bUpdateVault) {
+  clearHullCache();
   std::vector<Triangle2*> vFlipped, vFan;
   for (bool bFlipped = true; bFlipped;) {
     bFlipped = false;
@@ -126,6 +127,11 @@ bool Dt2::isVertexOfThis(Point2* pVtx, size_t& poolIndex) const {
 }
 
 void Dt2::remove(Point2* pVtx) {
+  // The last inserted vertex may be this one, or lose its triangle when the
+  // mesh returns to the collinear state.
+  pLastVertex = nullptr;
+  bKeyMayBeLoose = true;
+  clearHullCache();
   if (pVtx == nullptr) {
     logWarning("Dt2::remove()", "pVtx==NULL, illegal, return.");
     return;

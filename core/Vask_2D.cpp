@@ -1,8 +1,11 @@
 #include "Vask_2D.h"
 #include "core/Dt2.h"
 #include "Visualizer2.h"
+#include "kernel/RoundingModeGuard.h"
 #include "support/Log.h"
+#include <cfenv>
 #include <cmath>
+#include <optional>
 #include <iostream>
 #include <sstream>
 
@@ -40,6 +43,25 @@ bool filterFinite(const std::vector<Point2>& vIn, std::vector<Point2>& vFinite, 
   return true;
 }
 
+// Every entry that computes (keys, box growth, filters, circumcentres, the
+// walk) runs under round-to-nearest, whatever mode the caller has set: the
+// filters' error bounds assume it, and so does every result being the same
+// for the same input. The caller's mode is back in place on every return,
+// exceptions included.
+// Under the usual mode nothing is set or restored: a single insertion is too
+// short to pay for two mode switches it does not need.
+class NearestRounding {
+public:
+  NearestRounding() {
+    if (std::fegetround() == FE_TONEAREST) return;
+    guard.emplace();
+    guard->set(FE_TONEAREST);
+  }
+
+private:
+  std::optional<RoundingModeGuard> guard;
+};
+
 } // namespace
 
 Vask_2D::Vask_2D(unsigned int numPoints) : pImpl(nullptr) { initVask(numPoints); }
@@ -49,6 +71,7 @@ Vask_2D::~Vask_2D() { delete pImpl; }
 void Vask_2D::initVask(unsigned int numPoints) { pImpl = new Dt2(numPoints); }
 
 Point2* Vask_2D::insert(const Point2& p) {
+  NearestRounding rounding;
   if (!isFinitePoint(p.x(), p.y())) {
     warnNonFinite("Vask_2D::insert(Point2)", p.x(), p.y());
     return nullptr;
@@ -57,6 +80,7 @@ Point2* Vask_2D::insert(const Point2& p) {
 }
 
 void Vask_2D::insert(const std::vector<Point2>& vInputPoints) {
+  NearestRounding rounding;
   std::vector<Point2> vFinite;
   std::vector<size_t> vPos;
   if (filterFinite(vInputPoints, vFinite, vPos)) {
@@ -67,6 +91,7 @@ void Vask_2D::insert(const std::vector<Point2>& vInputPoints) {
 }
 
 void Vask_2D::insert(const std::vector<Point2>& vInputPoints, std::vector<Point2*>& vHandles) {
+  NearestRounding rounding;
   std::vector<Point2> vFinite;
   std::vector<size_t> vPos;
   if (!filterFinite(vInputPoints, vFinite, vPos)) {
@@ -81,6 +106,7 @@ void Vask_2D::insert(const std::vector<Point2>& vInputPoints, std::vector<Point2
 }
 
 void Vask_2D::insert(int numPoints, double* aCoordinates, Point2** aHandles) {
+  NearestRounding rounding;
   if (numPoints <= 0) return;
   if (aCoordinates == nullptr) {
     logWarning("Vask_2D::insert(int,double*,Point2**)", "coordinates==NULL, nothing inserted");
@@ -118,7 +144,10 @@ void Vask_2D::insert(int numPoints, double* aCoordinates, Point2** aHandles) {
   for (size_t k = 0; k < vPos.size(); ++k) aHandles[vPos[k]] = vFiniteHandles[k];
 }
 
-void Vask_2D::remove(Point2* pVtx) { pImpl->remove(pVtx); }
+void Vask_2D::remove(Point2* pVtx) {
+  NearestRounding rounding;
+  pImpl->remove(pVtx);
+}
 
 unsigned int Vask_2D::numberOfPoints() const { return pImpl->numberOfPoints(); }
 unsigned int Vask_2D::numberOfTriangles() const { return pImpl->numberOfTriangles(); }
@@ -135,6 +164,7 @@ bool Vask_2D::hasArea() const { return pImpl->hasArea(); }
 bool Vask_2D::is2D() const { return pImpl->hasArea(); }
 
 Triangle2* Vask_2D::locate(const Point2& p) {
+  NearestRounding rounding;
   if (!isFinitePoint(p.x(), p.y())) {
     warnNonFinite("Vask_2D::locate()", p.x(), p.y());
     return nullptr;
@@ -144,6 +174,7 @@ Triangle2* Vask_2D::locate(const Point2& p) {
 
 Triangle2* Vask_2D::getAdjacentTriangle(Point2* p0, Point2* p1) const { return pImpl->getAdjacentTriangle(p0, p1); }
 void Vask_2D::getConvexHull(bool bAllVertices, std::vector<Point2*>& vConvexHullPoints) {
+  NearestRounding rounding;
   pImpl->getConvexHull(bAllVertices, vConvexHullPoints);
 }
 void Vask_2D::getIncidentTriangles(Point2* pVtx, std::vector<Triangle2*>& vIncT) const {
@@ -152,13 +183,21 @@ void Vask_2D::getIncidentTriangles(Point2* pVtx, std::vector<Triangle2*>& vIncT)
 void Vask_2D::getIncidentVertices(Point2* pVtx, std::vector<Point2*>& vIncV) const {
   pImpl->getIncidentVertices(pVtx, vIncV);
 }
-Bbox2 Vask_2D::computeBoundingBox() const { return pImpl->computeBoundingBox(); }
+Bbox2 Vask_2D::computeBoundingBox() const {
+  NearestRounding rounding;
+  return pImpl->computeBoundingBox();
+}
 bool Vask_2D::checkValidity(bool bCheckEmptyCircle, char const* name) {
+  NearestRounding rounding;
   return pImpl->checkValidity(bCheckEmptyCircle, name != nullptr ? name : "");
 }
-void Vask_2D::show(char const* filename, bool bWithConstraints) { pImpl->show(filename, bWithConstraints); }
+void Vask_2D::show(char const* filename, bool bWithConstraints) {
+  NearestRounding rounding;
+  pImpl->show(filename, bWithConstraints);
+}
 
 void Vask_2D::show(Visualizer2* pVis, bool bWithConstraints) {
+  NearestRounding rounding;
   if (pVis == nullptr) {
     logWarning("Vask_2D::show()", "pVis==NULL, no visualization");
     return;
@@ -166,14 +205,19 @@ void Vask_2D::show(Visualizer2* pVis, bool bWithConstraints) {
   pImpl->show(pVis, bWithConstraints);
 }
 
-void Vask_2D::statistics(char const* name) const { pImpl->statistics(name != nullptr ? name : ""); }
+void Vask_2D::statistics(char const* name) const {
+  NearestRounding rounding;
+  pImpl->statistics(name != nullptr ? name : "");
+}
 double Vask_2D::measureTriangulationTime(std::vector<Point2>& vPoints) const {
+  NearestRounding rounding;
   std::vector<Point2> vFinite;
   std::vector<size_t> vPos;
   if (filterFinite(vPoints, vFinite, vPos)) return pImpl->measureTriangulationTime(vFinite);
   return pImpl->measureTriangulationTime(vPoints);
 }
 Orientation2 Vask_2D::getOrientation(const Point2& p0, const Point2& p1, const Point2& p2) const {
+  NearestRounding rounding;
   return getOrientation2(&p0, &p1, &p2);
 }
 

@@ -2,9 +2,11 @@
 #include "TriangleAroundVertexIterator.h"
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
+#include "kiro_tools/HC2.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
+#include <cstring>
 #include <cfloat>
 #include <cmath>
 #include <iostream>
@@ -47,6 +49,63 @@ void radixSortKeys(uint64_t* aData, size_t n) {
 
 bool recordLess(const IdxVtxAct* a, const IdxVtxAct* b) { return *a < *b; }
 
+// Orders every run of equal keys in the sorted (key << 32 | position) pairs
+// along a Hilbert curve over the run's own bounds, and so on recursively.
+// The key's box must hold all the data, so one far point (or clusters far
+// apart) can put most points into one cell; inserted in arbitrary order
+// they would make every walk long. A run's records keep their key: only
+// their order changes, and records with equal keys stand in no defined
+// order anyway. A run whose points all fall into one cell of their own box
+// consists of equal points (or of a range no cell size can split) and ends
+// the recursion, so each level works on fewer points than the last.
+template <class XY> void orderEqualKeyRuns(uint64_t* aPairs, size_t n, XY xy) {
+  const size_t MIN_RUN(8);
+  for (size_t begin = 0; begin < n;) {
+    const uint64_t key(aPairs[begin] >> 32);
+    size_t end(begin + 1);
+    while (end < n && (aPairs[end] >> 32) == key) ++end;
+    if (end - begin >= MIN_RUN) {
+      uint64_t* aRun(aPairs + begin);
+      const size_t m(end - begin);
+      double minX(DBL_MAX), minY(DBL_MAX), maxX(-DBL_MAX), maxY(-DBL_MAX);
+      for (size_t i = 0; i < m; ++i) {
+        double x, y;
+        xy(static_cast<uint32_t>(aRun[i]), x, y);
+        minX = std::min(minX, x);
+        maxX = std::max(maxX, x);
+        minY = std::min(minY, y);
+        maxY = std::max(maxY, y);
+      }
+      // Square cells: the curve's locality needs equal steps in both axes.
+      const double range(std::max(maxX - minX, maxY - minY));
+      if (range > 0.0) {
+        const HC2 curve(minX, minY, minX + range, minY + range, 30);
+        uint32_t firstSub(0);
+        bool bSplit(false);
+        for (size_t i = 0; i < m; ++i) {
+          double x, y;
+          const uint32_t pos(static_cast<uint32_t>(aRun[i]));
+          xy(pos, x, y);
+          const uint32_t sub(curve.getKey(x, y));
+          if (i == 0) firstSub = sub;
+          bSplit = bSplit || sub != firstSub;
+          aRun[i] = (uint64_t(sub) << 32) | pos;
+        }
+        if (bSplit) {
+          if (m >= 256) {
+            radixSortKeys(aRun, m);
+          } else {
+            std::sort(aRun, aRun + m);
+          }
+          orderEqualKeyRuns(aRun, m, xy);
+        }
+        for (size_t i = 0; i < m; ++i) aRun[i] = (key << 32) | (aRun[i] & 0xffffffffu);
+      }
+    }
+    begin = end;
+  }
+}
+
 // The pivot of a range: the mean key of about 100 items sampled with stride
 // length/100 - 1 from its start; with stride 0 the first item's key.
 template <class T, class Key> double estimatePivot(T* aData, size_t n, Key key) {
@@ -83,7 +142,8 @@ template <class T, class Key> void splitFourWays(T* aData, size_t n, Key key, si
 } // namespace
 
 VertexVault::VertexVault(Dt2* pDt2_)
-    : bFullDimensional(false), numSorted(0), pDt2(pDt2_), numRemoved(0), numActive(0) {
+    : bFullDimensional(false), numSorted(0), pDt2(pDt2_), numRemoved(0), numActive(0), numLineHash(0),
+      bLineIndexValid(false), pLineA(nullptr), pLineB(nullptr) {
   recordPool.init(3, -1);
 }
 
@@ -103,6 +163,181 @@ void VertexVault::addVertex(uint32_t idx, Point2* pVtx) {
   VASK_ASSERT(pVtx != NULL);
   vIdxVtxAct.push_back(newRecord(idx, pVtx));
   ++numActive;
+  dropLineIndex();
+}
+
+// A vertex and a record taken together: a reused pair comes from one
+// duplicate, a fresh pair from the two pools at the same position, which
+// keeps the record findable from the vertex's pool position.
+void VertexVault::takeVertexAndRecord(Point2*& pVtx, IdxVtxAct*& pRec) {
+  if (!vFreeRecords.empty()) {
+    pRec = vFreeRecords.back();
+    vFreeRecords.pop_back();
+    pVtx = pRec->pVtx;
+    return;
+  }
+  pVtx = pDt2->newVertex();
+  pRec = recordPool.get();
+}
+
+Point2* VertexVault::addNewVertex(const Point2& p, uint32_t idx) {
+  Point2* pVtx(nullptr);
+  IdxVtxAct* pRec(nullptr);
+  takeVertexAndRecord(pVtx, pRec);
+  pVtx = new (pVtx) Point2(p);
+  pRec->idx = idx;
+  pRec->bActive = true;
+  pRec->pVtx = pVtx;
+  vIdxVtxAct.push_back(pRec);
+  ++numActive;
+  if (bLineIndexValid) {
+    hashInsert(pVtx);
+    if (pLineA == nullptr) {
+      pLineA = pVtx;
+    } else if (pLineB == nullptr && *pVtx != *pLineA) {
+      pLineB = pVtx;
+    }
+  }
+  return pVtx;
+}
+
+// The record of a duplicate that has been settled (inactive, its handles
+// replaced): it and its vertex wait for the next new vertex. The caller
+// takes the record out of vIdxVtxAct.
+void VertexVault::releaseDuplicate(IdxVtxAct* pRec) {
+  pRec->bActive = false;
+  pRec->pVtx->setIncidentTriangle(nullptr);
+  vFreeRecords.push_back(pRec);
+}
+
+size_t VertexVault::numberOfRecordsTaken() const {
+  size_t num(0);
+  for (int i = 0; i < recordPool.getNumContainers(); ++i) {
+    int numUsed(0);
+    recordPool.getContainer(i, numUsed);
+    num += static_cast<size_t>(numUsed);
+  }
+  return num;
+}
+
+// ---------------------------------------------------------------------------
+// The collinear state
+
+namespace {
+
+size_t coordinateHash(const Point2& p) {
+  // -0.0 == 0.0 as coordinates, so both hash as +0.
+  const double x(p.x() == 0.0 ? 0.0 : p.x()), y(p.y() == 0.0 ? 0.0 : p.y());
+  uint64_t bx, by;
+  std::memcpy(&bx, &x, sizeof(bx));
+  std::memcpy(&by, &y, sizeof(by));
+  // Coordinates often differ in their high bits only (small integers):
+  // the finaliser of MurmurHash3 brings every bit down to the slot bits.
+  uint64_t h(bx ^ ((by << 31) | (by >> 33)) ^ (by * 0x9e3779b97f4a7c15ull));
+  h ^= h >> 33;
+  h *= 0xff51afd7ed558ccdull;
+  h ^= h >> 33;
+  h *= 0xc4ceb9fe1a85ec53ull;
+  h ^= h >> 33;
+  return static_cast<size_t>(h);
+}
+
+} // namespace
+
+void VertexVault::hashInsertGrow() {
+  std::vector<LineSlot> vOld;
+  vOld.swap(vLineHash);
+  vLineHash.assign(std::max<size_t>(64, 2 * vOld.size()), LineSlot{nullptr, 0});
+  numLineHash = 0;
+  const size_t mask(vLineHash.size() - 1);
+  for (const LineSlot& old : vOld) {
+    if (old.pVtx == nullptr) continue;
+    size_t slot(old.hash & mask);
+    while (vLineHash[slot].pVtx != nullptr) slot = (slot + 1) & mask;
+    vLineHash[slot] = old;
+    ++numLineHash;
+  }
+}
+
+void VertexVault::hashInsert(Point2* pVtx) {
+  if (2 * (numLineHash + 1) > vLineHash.size()) hashInsertGrow();
+  const size_t mask(vLineHash.size() - 1);
+  const size_t hash(coordinateHash(*pVtx));
+  size_t slot(hash & mask);
+  while (vLineHash[slot].pVtx != nullptr) slot = (slot + 1) & mask;
+  vLineHash[slot] = LineSlot{pVtx, hash};
+  ++numLineHash;
+}
+
+void VertexVault::buildLineIndex() {
+  dropLineIndex();
+  bLineIndexValid = true;
+  for (IdxVtxAct* pRec : vIdxVtxAct) {
+    if (!pRec->bActive) continue;
+    hashInsert(pRec->pVtx);
+    if (pLineA == nullptr) {
+      pLineA = pRec->pVtx;
+    } else if (pLineB == nullptr && *pRec->pVtx != *pLineA) {
+      pLineB = pRec->pVtx;
+    }
+  }
+}
+
+void VertexVault::dropLineIndex() {
+  if (!bLineIndexValid) return;
+  bLineIndexValid = false;
+  std::vector<LineSlot>().swap(vLineHash);
+  numLineHash = 0;
+  pLineA = pLineB = nullptr;
+}
+
+Point2* VertexVault::findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLeavesLine) {
+  VASK_ASSERT(!bFullDimensional);
+  if (!bLineIndexValid) buildLineIndex();
+  if (2 * (numLineHash + 1) > vLineHash.size()) {
+    // Grow before the probe, so that the empty slot it ends at stays free.
+    hashInsertGrow();
+  }
+  const size_t mask(vLineHash.size() - 1);
+  const size_t hash(coordinateHash(p));
+  size_t slot(hash & mask);
+  for (; vLineHash[slot].pVtx != nullptr; slot = (slot + 1) & mask) {
+    if (vLineHash[slot].hash == hash && *vLineHash[slot].pVtx == p) {
+      bLeavesLine = false;
+      return vLineHash[slot].pVtx;
+    }
+  }
+  bLeavesLine = pLineA != nullptr && pLineB != nullptr &&
+                pDt2->getKiroTest().getOrientation2(pLineA, pLineB, &p) != ORIENTATION2_COLLINEAR;
+  bLineIndexValid = false; // addNewVertex must not insert a second time
+  Point2* pVtx(addNewVertex(p, idx));
+  bLineIndexValid = true;
+  vLineHash[slot] = LineSlot{pVtx, hash};
+  ++numLineHash;
+  if (pLineA == nullptr) {
+    pLineA = pVtx;
+  } else if (pLineB == nullptr && *pVtx != *pLineA) {
+    pLineB = pVtx;
+  }
+  return pVtx;
+}
+
+Point2* VertexVault::findCollinearDuplicate(const Point2& p) {
+  VASK_ASSERT(!bFullDimensional);
+  if (!bLineIndexValid) buildLineIndex();
+  if (vLineHash.empty()) return nullptr;
+  const size_t mask(vLineHash.size() - 1);
+  const size_t hash(coordinateHash(p));
+  for (size_t slot = hash & mask; vLineHash[slot].pVtx != nullptr; slot = (slot + 1) & mask)
+    if (vLineHash[slot].hash == hash && *vLineHash[slot].pVtx == p) return vLineHash[slot].pVtx;
+  return nullptr;
+}
+
+bool VertexVault::leavesLine(const Point2* pNew) {
+  VASK_ASSERT(!bFullDimensional);
+  if (!bLineIndexValid) buildLineIndex();
+  if (pLineA == nullptr || pLineB == nullptr) return false;
+  return pDt2->getKiroTest().getOrientation2(pLineA, pLineB, pNew) != ORIENTATION2_COLLINEAR;
 }
 
 // Sorts (key << 32 | input position) words by key. More than three workers
@@ -133,12 +368,25 @@ void VertexVault::sortRecords(VtxRecIt first, VtxRecIt last) const {
     for (std::thread& t : vThreads) t.join();
     return;
   }
-  std::sort(first, last, recordLess);
+  if (n < 256 || n > 0xffffffffu || !std::all_of(first, last, [](const IdxVtxAct* p) { return p->bActive; })) {
+    std::sort(first, last, recordLess);
+    return;
+  }
+  // Active records only: the order is that of idx. A radix sort of (idx,
+  // position) pairs reads each record once instead of at every comparison,
+  // and it is stable, so runs of equal idx keep their spatial sub-order.
+  std::vector<uint64_t> vPairs(n);
+  for (size_t i = 0; i < n; ++i) vPairs[i] = (uint64_t(first[i]->idx) << 32) | uint64_t(i);
+  radixSortKeys(vPairs.data(), n);
+  std::vector<IdxVtxAct*> vSorted(n);
+  for (size_t k = 0; k < n; ++k) vSorted[k] = first[static_cast<uint32_t>(vPairs[k])];
+  std::copy(vSorted.begin(), vSorted.end(), first);
 }
 
 // Records are appended in curve order while handles stay in input order.
 void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles,
                               size_t& firstPos) {
+  dropLineIndex();
   firstPos = vIdxVtxAct.size();
   const size_t n(vInputPoints.size());
   if (pVHandles != nullptr) pVHandles->assign(n, nullptr);
@@ -156,6 +404,10 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
     computeKeys(0, n);
   }
   sortPairs(vPairs);
+  orderEqualKeyRuns(vPairs.data(), n, [&](uint32_t pos, double& x, double& y) {
+    x = vInputPoints[pos].x();
+    y = vInputPoints[pos].y();
+  });
   vIdxVtxAct.resize(firstPos + n);
   if (!bParallel) {
     // The gather from the input is the one random access of the batch: fetch
@@ -164,16 +416,24 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
     for (size_t k = 0; k < n; ++k) {
       if (k + AHEAD < n) __builtin_prefetch(&vInputPoints[static_cast<uint32_t>(vPairs[k + AHEAD])]);
       const size_t pos(static_cast<uint32_t>(vPairs[k]));
-      Point2* pVtx(new (pDt2->newVertex()) Point2(vInputPoints[pos]));
-      vIdxVtxAct[firstPos + k] = newRecord(static_cast<uint32_t>(vPairs[k] >> 32), pVtx);
+      Point2* pVtx(nullptr);
+      IdxVtxAct* pRec(nullptr);
+      takeVertexAndRecord(pVtx, pRec);
+      pVtx = new (pVtx) Point2(vInputPoints[pos]);
+      pRec->idx = static_cast<uint32_t>(vPairs[k] >> 32);
+      pRec->bActive = true;
+      pRec->pVtx = pVtx;
+      vIdxVtxAct[firstPos + k] = pRec;
       if (pVHandles != nullptr) (*pVHandles)[pos] = pVtx;
     }
   } else {
     // Pools are not thread-safe: allocate on this thread, fill on workers.
     // The record holds its vertex's address until the worker constructs it.
     for (size_t k = 0; k < n; ++k) {
-      IdxVtxAct* pRec(recordPool.get());
-      pRec->pVtx = pDt2->newVertex();
+      Point2* pVtx(nullptr);
+      IdxVtxAct* pRec(nullptr);
+      takeVertexAndRecord(pVtx, pRec);
+      pRec->pVtx = pVtx;
       vIdxVtxAct[firstPos + k] = pRec;
     }
     runPieces(numWorkers, n, [&](size_t begin, size_t end) {
@@ -192,6 +452,7 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
 }
 
 void VertexVault::addVertices(unsigned numPoints, const double* aCoordinates, Point2** aHandles, size_t& firstPos) {
+  dropLineIndex();
   firstPos = vIdxVtxAct.size();
   const size_t n(numPoints);
   if (n == 0) return;
@@ -199,11 +460,21 @@ void VertexVault::addVertices(unsigned numPoints, const double* aCoordinates, Po
   for (size_t i = 0; i < n; ++i)
     vPairs[i] = (uint64_t(pDt2->getHilbertIndex(aCoordinates[2 * i], aCoordinates[2 * i + 1])) << 32) | uint64_t(i);
   sortPairs(vPairs);
+  orderEqualKeyRuns(vPairs.data(), n, [&](uint32_t pos, double& x, double& y) {
+    x = aCoordinates[2 * size_t(pos)];
+    y = aCoordinates[2 * size_t(pos) + 1];
+  });
   vIdxVtxAct.resize(firstPos + n);
   for (size_t k = 0; k < n; ++k) {
     const size_t pos(static_cast<uint32_t>(vPairs[k]));
-    Point2* pVtx(new (pDt2->newVertex()) Point2(aCoordinates[2 * pos], aCoordinates[2 * pos + 1]));
-    vIdxVtxAct[firstPos + k] = newRecord(static_cast<uint32_t>(vPairs[k] >> 32), pVtx);
+    Point2* pVtx(nullptr);
+    IdxVtxAct* pRec(nullptr);
+    takeVertexAndRecord(pVtx, pRec);
+    pVtx = new (pVtx) Point2(aCoordinates[2 * pos], aCoordinates[2 * pos + 1]);
+    pRec->idx = static_cast<uint32_t>(vPairs[k] >> 32);
+    pRec->bActive = true;
+    pRec->pVtx = pVtx;
+    vIdxVtxAct[firstPos + k] = pRec;
     aHandles[pos] = pVtx;
   }
   numActive += n;
@@ -224,12 +495,13 @@ Point2* VertexVault::treatOneDupGetHandle(Point2* pDup) {
   VASK_ASSERT(mRedundant2UniqueVtx.size() == 1);
   IdxVtxAct* pLastItem(vIdxVtxAct.back());
   VASK_ASSERT(pDup == pLastItem->pVtx);
-  pLastItem->bActive = false;
   --numActive;
   std::map<Point2*, Point2*>::iterator q_it(mRedundant2UniqueVtx.find(pDup));
   VASK_ASSERT(q_it != mRedundant2UniqueVtx.end());
   Point2* pExisting(q_it->second);
   mRedundant2UniqueVtx.clear();
+  vIdxVtxAct.pop_back();
+  releaseDuplicate(pLastItem);
   return pExisting;
 }
 
@@ -248,6 +520,7 @@ void VertexVault::fixHandles(std::vector<Point2*>* pVHandles) const {
 }
 
 void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
+  dropLineIndex();
   if (!bFullDimensional) {
     // Nothing was located: duplicates are found by comparing coordinates.
     VASK_ASSERT(mRedundant2UniqueVtx.empty());
@@ -265,6 +538,8 @@ void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
     }
     if (!mRedundant2UniqueVtx.empty()) {
       fixHandles(pVHandles);
+      for (IdxVtxAct* pRec : vIdxVtxAct)
+        if (!pRec->bActive && mRedundant2UniqueVtx.count(pRec->pVtx) != 0) releaseDuplicate(pRec);
       mRedundant2UniqueVtx.clear();
       rebuild(false);
     }
@@ -286,6 +561,13 @@ void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
     std::cout << "     numFoundInIdxVtxAct=" << numFoundInIdxVtxAct << std::endl;
     VASK_ASSERT(mRedundant2UniqueVtx.size() == numFoundInIdxVtxAct);
   }
+  // The settled duplicates leave the tail (which stays in order) for reuse.
+  VtxRecIt tailEnd(std::remove_if(vIdxVtxAct.begin() + numSorted, vIdxVtxAct.end(), [this](IdxVtxAct* pRec) {
+    if (pRec->bActive || mRedundant2UniqueVtx.count(pRec->pVtx) == 0) return false;
+    releaseDuplicate(pRec);
+    return true;
+  }));
+  vIdxVtxAct.erase(tailEnd, vIdxVtxAct.end());
   mRedundant2UniqueVtx.clear();
 }
 
@@ -494,12 +776,14 @@ unsigned VertexVault::numberOfPoints() const {
 // ---------------------------------------------------------------------------
 // Order
 
+bool VertexVault::isRebuildDue() const {
+  const bool bGrown(vIdxVtxAct.size() > 1.35 * numSorted);
+  const bool bThinned(numRemoved > 0.5 * numSorted && numRemoved >= 1001);
+  return bGrown || bThinned;
+}
+
 void VertexVault::rebuild(bool bLazy) {
-  if (bLazy) {
-    const bool bGrown(vIdxVtxAct.size() > 1.35 * numSorted);
-    const bool bThinned(numRemoved > 0.5 * numSorted && numRemoved >= 1001);
-    if (!bGrown && !bThinned) return;
-  }
+  if (bLazy && !isRebuildDue()) return;
   numRemoved = 0;
   // Inactive records sort behind all active ones and are then cut off: drop
   // them first, keeping the order of the rest, so that a single batch that
@@ -520,9 +804,33 @@ void VertexVault::rebuild(bool bLazy) {
   numActive = numSorted;
 }
 
+// New keys for all records, then the rebuild: in one pass over the records,
+// which also drops the inactive ones and collects the pairs for the radix
+// sort (the box grows often when points arrive in sorted order).
 void VertexVault::reindex() {
-  for (IdxVtxAct* pRec : vIdxVtxAct) pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
-  rebuild(false);
+  const size_t n(vIdxVtxAct.size());
+  if ((pDt2->getNumCPU() > 3 && n >= 10000) || n > 0xffffffffu) {
+    for (IdxVtxAct* pRec : vIdxVtxAct) pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
+    rebuild(false);
+    return;
+  }
+  std::vector<uint64_t> vPairs;
+  vPairs.reserve(n);
+  size_t numKept(0);
+  for (size_t i = 0; i < n; ++i) {
+    IdxVtxAct* pRec(vIdxVtxAct[i]);
+    pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
+    if (!pRec->bActive) continue;
+    vPairs.push_back((uint64_t(pRec->idx) << 32) | uint64_t(numKept));
+    vIdxVtxAct[numKept++] = pRec;
+  }
+  vIdxVtxAct.resize(numKept);
+  radixSortKeys(vPairs.data(), numKept);
+  std::vector<IdxVtxAct*> vSorted(numKept);
+  for (size_t k = 0; k < numKept; ++k) vSorted[k] = vIdxVtxAct[static_cast<uint32_t>(vPairs[k])];
+  vIdxVtxAct.swap(vSorted);
+  numRemoved = 0;
+  numSorted = numActive = numKept;
 }
 
 // Each addition takes a vertex and a record from their pools in lockstep,
@@ -547,6 +855,7 @@ void VertexVault::prefetchRecord(size_t vertexPoolIndex) const {
 void VertexVault::removeVertexRecord(Point2* pRemovedVertex) {
   VASK_ASSERT(!vIdxVtxAct.empty());
   ++numRemoved;
+  dropLineIndex();
   pRemovedVertex->setIncidentTriangle(nullptr);
   IdxVtxAct* pRec(findActiveRecord(pRemovedVertex));
   VASK_ASSERT(pRec->bActive == true);
@@ -560,6 +869,7 @@ void VertexVault::removeVertexRecord(Point2* pRemovedVertex) {
 
 void VertexVault::createFakeBox(const Bbox2& box) {
   VASK_ASSERT(vFakeBoxHandles.empty());
+  dropLineIndex();
   Bbox2 fakeBox(box);
   fakeBox.enlargeRanges(1.01);
   // Collinear or single-point data give a flat box: give each flat axis the

@@ -48,6 +48,9 @@ public:
 
   // Adding vertices
   void addVertex(uint32_t idx, Point2* pVtx);
+  /** A new vertex at p with its record, appended as addVertex does. Vertex
+   * and record of an earlier duplicate are reused before the pools grow. */
+  Point2* addNewVertex(const Point2& p, uint32_t idx);
   void addVertices(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles, size_t& firstPos);
   void addVertices(unsigned numPoints, const double* aCoordinates, Point2** aHandles, size_t& firstPos);
 
@@ -57,6 +60,23 @@ public:
   Point2* treatOneDupGetHandle(Point2* pDup);
   void treatDupsAndHandles(std::vector<Point2*>* pVHandles);
   void replaceDuplicateVertexHandlesFullDim(std::vector<Point2*>& vHandles);
+
+  // The collinear state
+  /** The active vertex at p's coordinates, or null; for the collinear state,
+   * where nothing can be located. Expected O(1): a hash of the coordinates,
+   * built on first use and kept up by addNewVertex. */
+  Point2* findCollinearDuplicate(const Point2& p);
+  /** The active vertex at p's coordinates, or a new one appended as by
+   * addNewVertex; bLeavesLine tells whether a new vertex leaves the line of
+   * the others (see leavesLine). One probe of the hash for both. */
+  Point2* findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLeavesLine);
+  /** Whether the active vertices, pNew included, span an area. The line
+   * through the first two distinct vertices is remembered, so that a point
+   * on it costs one orientation test. Collinear state only. */
+  bool leavesLine(const Point2* pNew);
+  /** Forgets the hash and the line (after any change but addNewVertex, and
+   * when the state ends). */
+  void dropLineIndex();
 
   // Finding
   Triangle2* getCloseTriangle(uint32_t idx);
@@ -72,6 +92,12 @@ public:
   Bbox2 getBbox() const;
   unsigned numberOfPoints() const;
   unsigned numberOfRecords() const { return static_cast<unsigned>(vIdxVtxAct.size()); }
+  /** Records ever taken from the record pool (stored, or waiting for reuse). */
+  size_t numberOfRecordsTaken() const;
+  /** Vertex-record pairs of settled duplicates that wait for reuse. */
+  size_t numberOfFreeRecords() const { return vFreeRecords.size(); }
+  /** True when the next lazy rebuild will sort. */
+  bool isRebuildDue() const;
 
   // Order
   void rebuild(bool bLazy);
@@ -95,6 +121,11 @@ public:
 
 private:
   IdxVtxAct* newRecord(uint32_t idx, Point2* pVtx);
+  void takeVertexAndRecord(Point2*& pVtx, IdxVtxAct*& pRec);
+  void releaseDuplicate(IdxVtxAct* pRec);
+  void buildLineIndex();
+  void hashInsert(Point2* pVtx);
+  void hashInsertGrow();
   IdxVtxAct* findActiveRecord(const Point2* pVtx) const;
   void sortPairs(std::vector<uint64_t>& vPairs) const;
   void sortRecords(VtxRecIt first, VtxRecIt last) const;
@@ -112,6 +143,20 @@ private:
   size_t numActive;
   std::vector<Point2*> vFakeBoxHandles;
   std::mutex mtxDup;
+  // Records of settled duplicates, each with its vertex, ready for reuse:
+  // a duplicate costs nothing that stays.
+  std::vector<IdxVtxAct*> vFreeRecords;
+  // The collinear state's hash of active vertices (open addressing, null =
+  // empty slot) and the line of its first two distinct vertices.
+  struct LineSlot {
+    Point2* pVtx;
+    size_t hash; // of pVtx's coordinates: most probes need not read the vertex
+  };
+  std::vector<LineSlot> vLineHash;
+  size_t numLineHash;
+  bool bLineIndexValid;
+  Point2* pLineA;
+  Point2* pLineB;
 };
 
 } // namespace KIRO_VASK2D

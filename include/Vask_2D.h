@@ -18,6 +18,7 @@
 #include "Color.h"
 #include "Label.h"
 #include "Visualizer2.h"
+#include "SegmentChecker.h"
 #include <vector>
 
 namespace KIRO_VASK2D {

@@ -41,6 +41,12 @@ public:
   uint32_t getKeyByLevels(double x, double y) const;
 
   int getNumBits() const { return numBits; }
+  double getMinX() const { return minX; }
+  double getMinY() const { return minY; }
+  double getMaxX() const { return maxX; }
+  double getMaxY() const { return maxY; }
+  double getRangeX() const { return rangeX; }
+  double getRangeY() const { return rangeY; }
   int getCells() const { return cells; }
 
 protected:

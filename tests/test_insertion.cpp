@@ -5,6 +5,7 @@
 #include "Vask_2D.h"
 #include "core/Dt2.h"
 #include "helpers/TestHelpers.h"
+#include <cfenv>
 #include <cfloat>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -311,5 +312,136 @@ TEST(Insertion, ShuffledPointsOnFewLinesWithUlpNudgesGiveValidMeshes) {
       for (const Point2& p : vPoints) dt.insert(p);
     }
     EXPECT_VALID(dt);
+  }
+}
+
+namespace {
+
+void expectValidEvery(Vask_2D& dt, size_t i, size_t every, const char* what) {
+  if (i % every != 0) return;
+  const vask_test::Validation v(validate(dt));
+  ASSERT_TRUE(v.ok) << what << ", after " << i + 1 << ": " << v.firstError;
+}
+
+} // namespace
+
+TEST(Insertion, SortedCurveAndLineOrdersStayValidAndKeepTheirHandles) {
+  // Orders in which the vault's start is poor and the last vertex is the
+  // right start: a parabola (every point beyond the hull, a fan around the
+  // first point), two parallel lines in turn, a line that stays collinear
+  // and then receives one point off it. Every handle must stay the first
+  // one's for a repeated point.
+  const size_t n(1500);
+  Vask_2D parabola, twoLines, line;
+  std::vector<Point2*> vParabola, vLine;
+  for (size_t i = 0; i < n; ++i) {
+    const double x(static_cast<double>(i));
+    vParabola.push_back(parabola.insert(Point2(x, x * x)));
+    twoLines.insert(Point2(double(i / 2), (i % 2) ? 1.0 : 0.0));
+    vLine.push_back(line.insert(Point2(x, 3 * x - 7)));
+    EXPECT_EQ(line.insert(Point2(x, 3 * x - 7)), vLine.back());
+    EXPECT_EQ(parabola.insert(Point2(x, x * x)), vParabola.back());
+    expectValidEvery(parabola, i, 97, "parabola");
+    expectValidEvery(twoLines, i, 97, "two lines");
+  }
+  EXPECT_EQ(parabola.numberOfPoints(), n);
+  EXPECT_EQ(twoLines.numberOfPoints(), n);
+  EXPECT_EQ(line.numberOfPoints(), n);
+  EXPECT_EQ(line.numberOfTriangles(), 0u);
+  for (size_t i = 0; i < n; i += 11) EXPECT_EQ(line.insert(Point2(double(i), 3.0 * double(i) - 7)), vLine[i]);
+  line.insert(Point2(3.0, -5.0));
+  EXPECT_EQ(line.numberOfPoints(), n + 1);
+  EXPECT_VALID(parabola);
+  EXPECT_VALID(twoLines);
+  EXPECT_VALID(line);
+}
+
+TEST(Insertion, RemovalsBetweenInsertionsNeverLeaveAStaleStart) {
+  // The last vertex and the remembered hull triangles are only guesses:
+  // removing the hub of a fan, the last vertex, or everything until the
+  // collinear state returns must not let a later walk start on a dead
+  // triangle. A far point inserted and removed refits the Hilbert key.
+  Vask_2D dt;
+  std::vector<Point2*> vHandles;
+  for (int i = 0; i < 300; ++i) {
+    vHandles.push_back(dt.insert(Point2(i, double(i) * i)));
+    if (i % 50 == 49) {
+      dt.remove(vHandles[0]);
+      vHandles.erase(vHandles.begin());
+      dt.remove(vHandles.back());
+      vHandles.pop_back();
+    }
+    expectValidEvery(dt, static_cast<size_t>(i), 23, "fan with removals");
+  }
+  for (Point2* pVtx : vHandles) dt.remove(pVtx);
+  EXPECT_FALSE(dt.hasArea());
+  dt.remove(dt.insert(Point2(1e12, -1e12)));
+  const std::vector<Point2> vPoints(vask_test::randomPoints(3000, 23));
+  for (size_t i = 0; i < vPoints.size(); ++i) {
+    dt.insert(vPoints[i]);
+    expectValidEvery(dt, i, 499, "after a far point");
+  }
+  Point2* pFar(dt.insert(Point2(-1e15, 3e15)));
+  dt.remove(pFar);
+  for (size_t i = 0; i < vPoints.size(); ++i) EXPECT_NE(dt.insert(Point2(vPoints[i].x() + 1.5, vPoints[i].y())), nullptr);
+  EXPECT_EQ(dt.numberOfPoints(), 2 * vPoints.size());
+  EXPECT_VALID(dt);
+}
+
+TEST(Insertion, CallersRoundingModeChangesNoResultAndIsRestored) {
+  // Grids (cocircular everywhere), random points, and points within an ulp
+  // of a line: batch, array and single insertion under each of the four
+  // modes give the same triangles as under round-to-nearest, and every call
+  // hands the caller's mode back.
+  std::vector<std::vector<Point2> > vSets;
+  std::vector<Point2> vGrid;
+  for (int i = 0; i < 5; ++i)
+    for (int j = 0; j < 5; ++j) vGrid.emplace_back(0.1 * i, 0.1 * j);
+  vSets.push_back(vGrid);
+  vSets.push_back(vask_test::randomPoints(300, 31));
+  std::vector<Point2> vNear;
+  for (int i = 0; i < 60; ++i) {
+    double y(0.3 * i / 7.0);
+    for (int k = 0; k < i % 3; ++k) y = std::nextafter(y, 1e9);
+    vNear.emplace_back(0.1 * i, y);
+  }
+  vNear.emplace_back(1.0, 5.0);
+  vSets.push_back(vNear);
+  std::vector<Point2> vFar(vask_test::randomPoints(200, 37));
+  vFar.emplace_back(1e100, -1e100);
+  vSets.push_back(vFar);
+
+  const int aModes[4] = {FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO};
+  for (size_t s = 0; s < vSets.size(); ++s) {
+    std::vector<vask_test::CanonicalTriangle> vExpected, vExpectedSingle;
+    for (int mode : aModes) {
+      std::vector<double> vCoords;
+      for (const Point2& p : vSets[s]) {
+        vCoords.push_back(p.x());
+        vCoords.push_back(p.y());
+      }
+      std::vector<Point2*> vArrayHandles(vSets[s].size());
+      Vask_2D batch, array, single;
+      ASSERT_EQ(std::fesetround(mode), 0);
+      batch.insert(vSets[s]);
+      EXPECT_EQ(std::fegetround(), mode);
+      array.insert(static_cast<int>(vSets[s].size()), vCoords.data(), vArrayHandles.data());
+      EXPECT_EQ(std::fegetround(), mode);
+      for (const Point2& p : vSets[s]) single.insert(p);
+      EXPECT_EQ(std::fegetround(), mode);
+      single.locate(Point2(0.05, 0.05));
+      single.checkValidity(true, "rounding");
+      EXPECT_EQ(std::fegetround(), mode);
+      std::fesetround(FE_TONEAREST);
+      if (mode == FE_TONEAREST) {
+        vExpected = vask_test::canonicalTriangles(batch);
+        vExpectedSingle = vask_test::canonicalTriangles(single);
+      }
+      EXPECT_EQ(vask_test::canonicalTriangles(single), vExpectedSingle) << "set " << s << ", mode " << mode;
+      EXPECT_EQ(vask_test::canonicalTriangles(batch), vExpected) << "set " << s << ", mode " << mode;
+      EXPECT_EQ(vask_test::canonicalTriangles(array), vExpected) << "set " << s << ", mode " << mode;
+      EXPECT_VALID(batch);
+      EXPECT_VALID(single);
+    }
   }
 }

@@ -6,6 +6,8 @@
 #include "core/VertexVault.h"
 #include "helpers/TestHelpers.h"
 #include <algorithm>
+#include <cmath>
+#include <random>
 #include <gtest/gtest.h>
 
 using namespace KIRO_VASK2D;
@@ -241,4 +243,134 @@ TEST(Chunk, FastModeChunkRemovesTheZeroAreaTriangleOfAPointOnAnEdge) {
   vault.removeFakeBox();
   EXPECT_TRUE(validate(dt, false).ok);
   EXPECT_TRUE(dt.checkValidity(false, "fast chunk"));
+}
+
+namespace {
+
+// Sum of the distances between consecutive vertices in vault order, over
+// the vertices inside [lo, hi]^2: short when the order follows the space.
+double pathLengthInside(Vask_2D& dt, double lo, double hi) {
+  std::vector<Point2*> vVertices;
+  dt.getVertexPointers(vVertices);
+  double length(0.0);
+  const Point2* pPrev(nullptr);
+  for (const Point2* p : vVertices) {
+    if (p->x() < lo || p->x() > hi || p->y() < lo || p->y() > hi) continue;
+    if (pPrev != nullptr) length += std::hypot(p->x() - pPrev->x(), p->y() - pPrev->y());
+    pPrev = p;
+  }
+  return length;
+}
+
+} // namespace
+
+TEST(Vault, BatchOrderFollowsTheDataWhateverOneOutlierDoesToTheKeyBox) {
+  // One outlier makes the key's box so large that all other points share a
+  // cell; the batch must still come out in a spatial order (a random order
+  // of n points in the unit square has a path of about n/2), and valid.
+  const size_t n(20000);
+  for (double far : {1e6, 1e12, 1e100, 1e300, -1e300}) {
+    std::vector<Point2> vPoints(vask_test::randomPoints(n, 3));
+    vPoints.emplace_back(far, far);
+    Vask_2D dt;
+    dt.insert(vPoints);
+    EXPECT_LT(pathLengthInside(dt, 0.0, 1.0), 4.0 * std::sqrt(double(n))) << "outlier at " << far;
+    EXPECT_EQ(dt.numberOfPoints(), n + 1);
+    EXPECT_VALID(dt);
+  }
+}
+
+TEST(Vault, BatchOrderFollowsTightClustersFarApart) {
+  // Clusters 1e-6 wide spread over a 1e6 square, in the array form too:
+  // inside each cluster the order must be spatial at the cluster's scale.
+  std::mt19937_64 gen(5);
+  std::uniform_real_distribution<double> d(0.0, 1.0);
+  std::vector<double> vCoords;
+  const size_t numClusters(20), perCluster(500);
+  for (size_t c = 0; c < numClusters; ++c) {
+    const double cx(c == 0 ? 0.0 : 1e6 * d(gen)), cy(c == 0 ? 0.0 : 1e6 * d(gen));
+    for (size_t k = 0; k < perCluster; ++k) {
+      vCoords.push_back(cx + 1e-6 * d(gen));
+      vCoords.push_back(cy + 1e-6 * d(gen));
+    }
+  }
+  const int n(static_cast<int>(vCoords.size() / 2));
+  Vask_2D dt;
+  std::vector<Point2*> vHandles(n);
+  dt.insert(n, vCoords.data(), vHandles.data());
+  // The first cluster lies in [0, 1e-6]^2.
+  EXPECT_LT(pathLengthInside(dt, 0.0, 1e-6), 4.0 * 1e-6 * std::sqrt(double(perCluster)));
+  EXPECT_EQ(dt.numberOfPoints(), static_cast<unsigned>(n));
+  EXPECT_VALID(dt);
+}
+
+TEST(Vault, DuplicatesLeaveNoVertexOrRecordBehind) {
+  // Counted in pool use: a duplicate, single or in a batch, in either state,
+  // must not keep a vertex or a record once its insertion has returned.
+  Dt2* pDt2(nullptr);
+  Vask_2D dt;
+  pDt2 = dt.getImpl();
+  VertexVault& vault(pDt2->getVertexVault());
+
+  // Collinear state: single and batch duplicates.
+  std::vector<Point2> vLine;
+  for (int i = 0; i < 50; ++i) vLine.emplace_back(i, 2 * i);
+  std::vector<Point2*> vLineHandles;
+  dt.insert(vLine, vLineHandles);
+  const size_t lineSlots(pDt2->numberOfVertexSlots());
+  for (int r = 0; r < 20; ++r)
+    for (size_t i = 0; i < vLine.size(); ++i) EXPECT_EQ(dt.insert(vLine[i]), vLineHandles[i]);
+  EXPECT_EQ(pDt2->numberOfVertexSlots(), lineSlots);
+  std::vector<Point2*> vAgain;
+  dt.insert(vLine, vAgain);
+  EXPECT_EQ(vAgain, vLineHandles);
+  dt.insert(vLine, vAgain);
+  EXPECT_EQ(vAgain, vLineHandles);
+  EXPECT_LE(pDt2->numberOfVertexSlots(), lineSlots + vLine.size());
+  EXPECT_EQ(dt.numberOfPoints(), vLine.size());
+
+  // Full-dimensional state.
+  const std::vector<Point2> vPoints(vask_test::randomPoints(2000, 17));
+  std::vector<Point2*> vHandles;
+  dt.insert(vPoints, vHandles);
+  const size_t slots(pDt2->numberOfVertexSlots()), records(vault.numberOfRecordsTaken());
+  EXPECT_EQ(slots, records);
+  for (int r = 0; r < 5; ++r)
+    for (size_t i = 0; i < vPoints.size(); i += 7) EXPECT_EQ(dt.insert(vPoints[i]), vHandles[i]);
+  EXPECT_EQ(pDt2->numberOfVertexSlots(), slots);
+  for (int r = 0; r < 3; ++r) {
+    dt.insert(vPoints, vAgain);
+    EXPECT_EQ(vAgain, vHandles);
+    std::vector<double> vCoords;
+    for (const Point2& p : vPoints) {
+      vCoords.push_back(p.x());
+      vCoords.push_back(p.y());
+    }
+    std::vector<Point2*> vArrayHandles(vPoints.size());
+    dt.insert(static_cast<int>(vPoints.size()), vCoords.data(), vArrayHandles.data());
+    EXPECT_EQ(vArrayHandles, vHandles);
+  }
+  // The first duplicate batch took its vertices; every later one reused them.
+  EXPECT_LE(pDt2->numberOfVertexSlots(), slots + vPoints.size());
+  EXPECT_EQ(pDt2->numberOfVertexSlots(), vault.numberOfRecordsTaken());
+  EXPECT_EQ(dt.numberOfPoints(), vLine.size() + vPoints.size());
+  EXPECT_VALID(dt);
+
+  // New points take the waiting pairs before the pools grow.
+  const size_t slotsBefore(pDt2->numberOfVertexSlots());
+  const size_t numFree(vault.numberOfFreeRecords());
+  ASSERT_GT(numFree, 100u);
+  std::vector<Point2> vNew(vask_test::randomPoints(100, 99));
+  for (Point2& p : vNew) p = Point2(p.x() + 2.0, p.y());
+  for (size_t i = 0; i < 50; ++i) dt.insert(vNew[i]);
+  dt.insert(std::vector<Point2>(vNew.begin() + 50, vNew.end()));
+  EXPECT_EQ(pDt2->numberOfVertexSlots(), slotsBefore);
+  EXPECT_EQ(vault.numberOfFreeRecords(), numFree - 100);
+  EXPECT_EQ(dt.numberOfPoints(), vLine.size() + vPoints.size() + vNew.size());
+  EXPECT_VALID(dt);
+  // Reused vertices behave as any other: they can be found and removed.
+  std::vector<Point2*> vAll;
+  dt.getVertexPointers(vAll);
+  for (size_t i = 0; i < vAll.size(); i += 3) dt.remove(vAll[i]);
+  EXPECT_VALID(dt);
 }

@@ -172,7 +172,8 @@ int main(int argc, char** argv) {
                   << std::setprecision(3) << s.secondsHandOver << " s, CPU prepare " << s.cpuPrepare
                   << " s, CPU workers " << s.cpuWork << " s, " << s.numChunks << " chunks on " << s.numThreads
                   << " threads" << std::endl;
-        breakdown << "| " << c.name << " | " << numThreads << " | " << std::setprecision(3) << v.seconds - inserter
+        breakdown << "| " << c.name << " | " << numThreads << " | " << std::fixed << std::setprecision(3)
+                  << v.seconds - inserter
                   << " | " << s.secondsSample << " | " << s.secondsPrepare << " | " << s.secondsWork << " | "
                   << std::setprecision(1) << 100.0 * waitingShare << "% | " << std::setprecision(3)
                   << s.secondsHandOver << " | " << s.cpuPrepare << " / " << s.cpuWork << " | " << s.numChunks

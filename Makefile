@@ -4,12 +4,16 @@
 # make fuzz   runs the mesh fuzzer with random seeds for FUZZ_SECONDS (600);
 #             shrunk failures land in tests/data/fuzz_*.txt
 # SANITIZE=1  builds and tests with AddressSanitizer and UBSan in build-san/
+# TSAN=1      builds and tests with ThreadSanitizer in build-tsan/
 BUILD_TYPE ?= Release
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 600
 ifeq ($(SANITIZE),1)
 BUILD ?= build-san
 CMAKE_FLAGS += -DVASK2D_SANITIZE=ON -DVASK2D_BUILD_BENCH=OFF
+else ifeq ($(TSAN),1)
+BUILD ?= build-tsan
+CMAKE_FLAGS += -DVASK2D_TSAN=ON -DVASK2D_BUILD_BENCH=OFF
 else
 BUILD ?= build
 endif
@@ -50,4 +54,4 @@ fuzz: configure
 	cd $(BUILD)/fuzz-work && ../tests/fuzz/vask_fuzz --seconds $(FUZZ_SECONDS) --out $(CURDIR)/tests/data $(FUZZ_ARGS)
 
 clean:
-	rm -rf build build-san build-debug
+	rm -rf build build-san build-debug build-tsan

@@ -4,6 +4,7 @@
 #include "Point2.h"
 #include "Triangle2.h"
 #include "core/EdgeLegality.h"
+#include "core/InserterMT.h"
 #include "core/MeshRewiring.h"
 #include "core/PoolIndex.h"
 #include "core/VertexVault.h"
@@ -112,6 +113,8 @@ public:
   void triangulateRec(VtxRecIt first, VtxRecIt last, Triangle2* pLast);
   void getFreshTriangles(unsigned num, std::vector<Triangle2*>& vFreshTriangles);
   void returnFreshTriangles(std::vector<Triangle2*>& vTriangles);
+  /** Figures of the last range that went to the multi-threaded inserter. */
+  const InserterMTStats& getLastMTStats() const { return lastMTStats; }
 
   // -------------------------------------------------------------------------
   // Vertex removal (Dt2_removal.cpp)
@@ -260,6 +263,7 @@ private:
   bool bSuppressFlips;
   std::string name;
   ProgressPublisher progress;
+  InserterMTStats lastMTStats;
 };
 
 } // namespace KIRO_VASK2D

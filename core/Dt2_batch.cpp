@@ -108,9 +108,19 @@ void Dt2::insertToVVault(const std::vector<Point2>& vInputPoints, std::vector<Po
   vertexVault.rebuild(false);
 }
 
+// Several workers take ranges of 1000 or more records to the multi-threaded
+// inserter, which needs the fake box that insertVector raises for them. Its
+// chunks ignore constraint edges: with constraints present every range goes
+// in on this thread.
 void Dt2::triangulateRange(VtxRecIt first, VtxRecIt last, Triangle2* pStart) {
-  // Several workers would take ranges of 1000 or more records to the
-  // multi-threaded inserter; until it exists all ranges go in on this thread.
+  const bool bConstraintsPresent(false); // no constraint segment exists in this triangulation yet
+  if (numCPU > 1 && last - first >= 1000 && !bConstraintsPresent && vertexVault.hasFakeBox()) {
+    InserterMT inserter(this, first, last, numCPU);
+    inserter.go(pStart);
+    lastMTStats = inserter.getStats();
+    progress.advance(static_cast<unsigned>(lastMTStats.numVertices - lastMTStats.numSample));
+    return;
+  }
   triangulateRec(first, last, pStart);
 }
 

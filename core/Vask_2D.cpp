@@ -158,6 +158,8 @@ void Vask_2D::getVertexPointers(std::vector<Point2*>& vAllPoints) const { pImpl-
 void Vask_2D::setFastMode(bool bFast) { pImpl->setFastMode(bFast); }
 int Vask_2D::setNumCPU(int numCPU) { return pImpl->setNumCPU(numCPU); }
 
+void Vask_2D::enableMultithreading() { pImpl->setNumCPU(0); }
+
 bool Vask_2D::hasArea() const { return pImpl->hasArea(); }
 bool Vask_2D::is2D() const { return pImpl->hasArea(); }
 

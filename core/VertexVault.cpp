@@ -428,13 +428,19 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
     }
   } else {
     // Pools are not thread-safe: allocate on this thread, fill on workers.
-    std::vector<Point2*> vVertices(n);
-    for (size_t k = 0; k < n; ++k) takeVertexAndRecord(vVertices[k], vIdxVtxAct[firstPos + k]);
+    // The record holds its vertex's address until the worker constructs it.
+    for (size_t k = 0; k < n; ++k) {
+      Point2* pVtx(nullptr);
+      IdxVtxAct* pRec(nullptr);
+      takeVertexAndRecord(pVtx, pRec);
+      pRec->pVtx = pVtx;
+      vIdxVtxAct[firstPos + k] = pRec;
+    }
     runPieces(numWorkers, n, [&](size_t begin, size_t end) {
       for (size_t k = begin; k < end; ++k) {
         const size_t pos(static_cast<uint32_t>(vPairs[k]));
-        Point2* pVtx(new (vVertices[k]) Point2(vInputPoints[pos]));
         IdxVtxAct* pRec(vIdxVtxAct[firstPos + k]);
+        Point2* pVtx(new (pRec->pVtx) Point2(vInputPoints[pos]));
         pRec->idx = static_cast<uint32_t>(vPairs[k] >> 32);
         pRec->bActive = true;
         pRec->pVtx = pVtx;

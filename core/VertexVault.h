@@ -84,6 +84,8 @@ public:
   Triangle2* getOneValidTriangle() const;
   void getRange(size_t pos, VtxRecIt& first, VtxRecIt& last);
   void getRange(size_t pos, VtxRecConstIt& first, VtxRecConstIt& last) const;
+  /** All records, for the multi-threaded inserter's chunks. */
+  std::vector<IdxVtxAct*>& getRecords() { return vIdxVtxAct; }
   size_t getIdxOfActiveVtx(const Point2* pQuery) const;
   Point2* findActive(const Point2& q) const;
   void getVertices(std::vector<Point2*>& vVertices) const;

@@ -62,7 +62,14 @@ public:
   void getTrianglePointers(std::vector<Triangle2*>& vAllTriangles) const;
   void getVertexPointers(std::vector<Point2*>& vAllPoints) const;
   void setFastMode(bool bFast);
+  /** Worker threads of bulk insertion: numCPU >= 1 sets the count, 0 the
+   * number of processors the system reports (at least 1), a negative value
+   * 1. Returns the count in force. With more than one, batches of 1000 points
+   * or more are inserted by that many threads (at most one per chunk of
+   * work), all joined before the call returns. */
   int setNumCPU(int numCPU);
+  /** The same as setNumCPU(0): bulk insertion uses every processor. */
+  void enableMultithreading();
 
   // Queries and validation
   bool hasArea() const;

@@ -4,16 +4,20 @@
 // libraries off one heap, the peak resident size, and the markdown file.
 // Header-only, so that every bench_*.cpp stays one executable.
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <type_traits>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #ifndef VASK2D_BENCH_FLAGS
 #define VASK2D_BENCH_FLAGS "see CMAKE_CXX_FLAGS of the build"
@@ -107,6 +111,49 @@ inline bool writeMarkdown(const std::string& outFile, const std::string& body, c
   for (std::string line; std::getline(lines, line);) md << line << "  \n";
   std::cout << "\nwritten: " << outFile << std::endl;
   return true;
+}
+
+/** The coordinates of a benchmark case, made identically in every child and
+ * every benchmark: "uniform" in the unit square, "grid" (integers, shuffled),
+ * "scaled grid" (the grid in [0,1]), anything else 1000 Gaussian clusters. */
+inline std::vector<std::pair<double, double> > makeCoordinates(const std::string& kind, std::size_t n) {
+  std::vector<std::pair<double, double> > v;
+  v.reserve(n);
+  std::mt19937_64 gen(20240607);
+  if (kind == "uniform") {
+    std::uniform_real_distribution<double> d(0.0, 1.0);
+    for (std::size_t i = 0; i < n; ++i) {
+      const double x(d(gen));
+      v.emplace_back(x, d(gen));
+    }
+  } else if (kind == "grid" || kind == "scaled grid") {
+    // The scaled grid lies in [0,1]: i / (side-1) is not representable, so
+    // its cells are only nearly cocircular.
+    const int side(static_cast<int>(std::lround(std::sqrt(static_cast<double>(n)))));
+    const bool bScaled(kind == "scaled grid");
+    for (int i = 0; i < side; ++i)
+      for (int j = 0; j < side; ++j)
+        if (bScaled)
+          v.emplace_back(i / double(side - 1), j / double(side - 1));
+        else
+          v.emplace_back(i, j);
+    std::shuffle(v.begin(), v.end(), gen);
+  } else {
+    // 1000 Gaussian clusters of spread 0.002 in the unit square.
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    std::normal_distribution<double> g(0.0, 0.002);
+    std::vector<std::pair<double, double> > centers;
+    for (int i = 0; i < 1000; ++i) {
+      const double x(u(gen));
+      centers.emplace_back(x, u(gen));
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      const std::pair<double, double>& ctr(centers[i % centers.size()]);
+      const double x(ctr.first + g(gen));
+      v.emplace_back(x, ctr.second + g(gen));
+    }
+  }
+  return v;
 }
 
 } // namespace vask_bench

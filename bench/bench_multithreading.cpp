@@ -42,24 +42,6 @@ struct Case {
   std::size_t n;
 };
 
-std::vector<std::pair<double, double> > makeCoordinates(const Case& c) {
-  std::vector<std::pair<double, double> > v;
-  v.reserve(c.n);
-  std::mt19937_64 gen(20240607);
-  if (c.kind == "uniform") {
-    std::uniform_real_distribution<double> d(0.0, 1.0);
-    for (std::size_t i = 0; i < c.n; ++i) {
-      const double x(d(gen));
-      v.emplace_back(x, d(gen));
-    }
-  } else {
-    const int side(static_cast<int>(std::lround(std::sqrt(static_cast<double>(c.n)))));
-    for (int i = 0; i < side; ++i)
-      for (int j = 0; j < side; ++j) v.emplace_back(i, j);
-    std::shuffle(v.begin(), v.end(), gen);
-  }
-  return v;
-}
 
 struct Result {
   double seconds = 0.0;
@@ -71,7 +53,7 @@ struct Result {
 // numThreads 0 stands for CGAL.
 Result measure(const Case& c, int numThreads) {
   Result r;
-  const std::vector<std::pair<double, double> > coords(makeCoordinates(c));
+  const std::vector<std::pair<double, double> > coords(vask_bench::makeCoordinates(c.kind, c.n));
   if (numThreads > 0) {
     std::vector<KIRO_VASK2D::Point2> vPoints;
     vPoints.reserve(coords.size());

@@ -40,46 +40,6 @@ struct Case {
   std::size_t n;
 };
 
-// The coordinates of a case, made identically in every child.
-std::vector<std::pair<double, double> > makeCoordinates(const Case& c) {
-  std::vector<std::pair<double, double> > v;
-  v.reserve(c.n);
-  std::mt19937_64 gen(20240607);
-  if (c.kind == "uniform") {
-    std::uniform_real_distribution<double> d(0.0, 1.0);
-    for (std::size_t i = 0; i < c.n; ++i) {
-      const double x(d(gen));
-      v.emplace_back(x, d(gen));
-    }
-  } else if (c.kind == "grid" || c.kind == "scaled grid") {
-    // The scaled grid lies in [0,1]: i / (side-1) is not representable, so
-    // its cells are only nearly cocircular.
-    const int side(static_cast<int>(std::lround(std::sqrt(static_cast<double>(c.n)))));
-    const bool bScaled(c.kind == "scaled grid");
-    for (int i = 0; i < side; ++i)
-      for (int j = 0; j < side; ++j)
-        if (bScaled)
-          v.emplace_back(i / double(side - 1), j / double(side - 1));
-        else
-          v.emplace_back(i, j);
-    std::shuffle(v.begin(), v.end(), gen);
-  } else {
-    // 1000 Gaussian clusters of spread 0.002 in the unit square.
-    std::uniform_real_distribution<double> u(0.0, 1.0);
-    std::normal_distribution<double> g(0.0, 0.002);
-    std::vector<std::pair<double, double> > centers;
-    for (int i = 0; i < 1000; ++i) {
-      const double x(u(gen));
-      centers.emplace_back(x, u(gen));
-    }
-    for (std::size_t i = 0; i < c.n; ++i) {
-      const std::pair<double, double>& ctr(centers[i % centers.size()]);
-      const double x(ctr.first + g(gen));
-      v.emplace_back(x, ctr.second + g(gen));
-    }
-  }
-  return v;
-}
 
 struct Result {
   double seconds = 0.0;
@@ -92,7 +52,7 @@ struct Result {
 // One build of a case by one library, run inside a forked child.
 Result measure(const Case& c, bool bVask) {
   Result r;
-  const std::vector<std::pair<double, double> > coords(makeCoordinates(c));
+  const std::vector<std::pair<double, double> > coords(vask_bench::makeCoordinates(c.kind, c.n));
   if (bVask) {
     std::vector<KIRO_VASK2D::Point2> vPoints;
     vPoints.reserve(coords.size());

@@ -113,8 +113,7 @@ void Dt2::insertToVVault(const std::vector<Point2>& vInputPoints, std::vector<Po
 // chunks ignore constraint edges: with constraints present every range goes
 // in on this thread.
 void Dt2::triangulateRange(VtxRecIt first, VtxRecIt last, Triangle2* pStart) {
-  const bool bConstraintsPresent(false); // no constraint segment exists in this triangulation yet
-  if (numCPU > 1 && last - first >= 1000 && !bConstraintsPresent && vertexVault.hasFakeBox()) {
+  if (numCPU > 1 && last - first >= 1000 && !hasConstraintMgr() && vertexVault.hasFakeBox()) {
     InserterMT inserter(this, first, last, numCPU);
     inserter.go(pStart);
     lastMTStats = inserter.getStats();

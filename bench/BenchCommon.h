@@ -12,6 +12,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <type_traits>
@@ -154,6 +155,31 @@ inline std::vector<std::pair<double, double> > makeCoordinates(const std::string
     }
   }
   return v;
+}
+
+/** Best of reps by time (the field seconds), the two libraries taking turns
+ * in forked children so that a slow phase of the shared machine does not
+ * fall on one of them only. */
+template <class Result, class MeasureVask, class MeasureCgal>
+void bestOfTurns(const std::string& name, int reps, MeasureVask measureVask, MeasureCgal measureCgal, Result& v,
+                 Result& g) {
+  for (int i = 0; i < reps; ++i) {
+    const Result rv(runInChild<Result>(name, true, measureVask));
+    const Result rg(runInChild<Result>(name, false, measureCgal));
+    if (i == 0 || rv.seconds < v.seconds) v = rv;
+    if (i == 0 || rg.seconds < g.seconds) g = rg;
+  }
+}
+
+/** bench/results beside the benchmark sources (the compiler sees this
+ * header's full path), created when missing. */
+inline std::string resultsDir() {
+  std::string dir(__FILE__);
+  const std::size_t slash(dir.rfind('/'));
+  dir = slash == std::string::npos ? std::string(".") : dir.substr(0, slash);
+  dir += "/results";
+  mkdir(dir.c_str(), 0755);
+  return dir;
 }
 
 } // namespace vask_bench

@@ -28,7 +28,6 @@
 #include <random>
 #include <sstream>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 namespace {
@@ -147,24 +146,6 @@ Result measureCgal(const Case& c) {
   return r;
 }
 
-void best(const Case& c, int reps, Result& v, Result& g) {
-  for (int i = 0; i < reps; ++i) {
-    const Result rv(vask_bench::runInChild<Result>(c.name, true, [&c] { return measureVask(c); }));
-    const Result rg(vask_bench::runInChild<Result>(c.name, false, [&c] { return measureCgal(c); }));
-    if (i == 0 || rv.seconds < v.seconds) v = rv;
-    if (i == 0 || rg.seconds < g.seconds) g = rg;
-  }
-}
-
-std::string resultsDir() {
-  std::string dir(__FILE__);
-  const std::size_t slash(dir.rfind('/'));
-  dir = slash == std::string::npos ? std::string(".") : dir.substr(0, slash);
-  dir += "/results";
-  mkdir(dir.c_str(), 0755);
-  return dir;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -173,7 +154,7 @@ int main(int argc, char** argv) {
   std::string only;
   for (int i = 1; i + 1 < argc; ++i)
     if (std::strcmp(argv[i], "--only") == 0) only = argv[i + 1];
-  if (outFile.empty()) outFile = resultsDir() + "/order.md";
+  if (outFile.empty()) outFile = vask_bench::resultsDir() + "/order.md";
   const std::size_t nb(args.bQuick ? 100000 : 200000), ns(args.bQuick ? 50000 : 100000);
   const std::vector<Case> vCases = {
       {"batch uniform " + std::to_string(nb / 1000) + "k", UNIFORM, nb, 0.0, false},
@@ -203,7 +184,8 @@ int main(int argc, char** argv) {
   for (const Case& c : vCases) {
     if (!only.empty() && c.name.find(only) == std::string::npos) continue;
     Result v, g;
-    best(c, args.reps, v, g);
+    vask_bench::bestOfTurns(
+        c.name, args.reps, [&c] { return measureVask(c); }, [&c] { return measureCgal(c); }, v, g);
     std::cout << std::left << std::setw(34) << c.name << std::right << std::fixed << std::setprecision(4)
               << std::setw(10) << v.seconds << std::setw(10) << g.seconds << std::setprecision(2) << std::setw(8)
               << v.seconds / g.seconds << std::setw(9) << v.peakKB / 1024.0 << std::setw(9) << g.peakKB / 1024.0

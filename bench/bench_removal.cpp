@@ -23,7 +23,6 @@
 #include <random>
 #include <sstream>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 namespace {
@@ -109,27 +108,6 @@ Result measureCgal(const Case& c) {
   return r;
 }
 
-// Best of reps, the two libraries taking turns so that a slow phase of the
-// shared machine does not fall on one of them only.
-void best(const Case& c, int reps, Result& v, Result& g) {
-  for (int i = 0; i < reps; ++i) {
-    const Result rv(vask_bench::runInChild<Result>(c.name, true, [&c] { return measureVask(c); }));
-    const Result rg(vask_bench::runInChild<Result>(c.name, false, [&c] { return measureCgal(c); }));
-    if (i == 0 || rv.seconds < v.seconds) v = rv;
-    if (i == 0 || rg.seconds < g.seconds) g = rg;
-  }
-}
-
-// bench/results beside this source file (the compiler sees its full path).
-std::string resultsDir() {
-  std::string dir(__FILE__);
-  const std::size_t slash(dir.rfind('/'));
-  dir = slash == std::string::npos ? std::string(".") : dir.substr(0, slash);
-  dir += "/results";
-  mkdir(dir.c_str(), 0755);
-  return dir;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -137,7 +115,7 @@ int main(int argc, char** argv) {
   const bool bQuick(args.bQuick);
   const int reps(args.reps);
   std::string outFile(args.outFile);
-  if (outFile.empty()) outFile = resultsDir() + "/removal.md";
+  if (outFile.empty()) outFile = vask_bench::resultsDir() + "/removal.md";
   std::vector<Case> vCases = {{"uniform 100k, remove 50%", 100000, 0.5},
                               {"uniform 1M, remove 50%", 1000000, 0.5},
                               {"uniform 1M, remove 100%", 1000000, 1.0}};
@@ -158,7 +136,8 @@ int main(int argc, char** argv) {
             << std::setw(12) << "vertices" << std::setw(12) << "triangles" << std::endl;
   for (const Case& c : vCases) {
     Result v, g;
-    best(c, reps, v, g);
+    vask_bench::bestOfTurns(
+        c.name, reps, [&c] { return measureVask(c); }, [&c] { return measureCgal(c); }, v, g);
     const double numRemoved(c.fraction * c.n);
     std::cout << std::left << std::setw(26) << c.name << std::right << std::fixed << std::setprecision(3)
               << std::setw(10) << v.seconds << std::setw(10) << g.seconds << std::setw(8) << v.seconds / g.seconds

@@ -5,6 +5,8 @@
 #include "constraints/ConstraintMgr.h"
 #include "constraints/FlatTable.h"
 #include "core/Dt2.h"
+#include "kernel/RoundingModeGuard.h"
+#include "kernel/tools.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
@@ -324,6 +326,74 @@ void ConstraintGraph2::getPolygonVertices(std::vector<Point2*>& vOut) const {
       vOut.push_back(pCSeg->getSrc());
       vOut.push_back(pCSeg->getTrg());
     }
+  }
+}
+
+namespace {
+// c lies in the lens of segment p0p1: no farther from either end than the
+// ends are from each other (or c is an end).
+bool inLens(const Point2& p0, const Point2& p1, const Point2& c) {
+  if (c == p0 || c == p1) return true;
+  const double sqLen(sqDistance2D(p0, p1));
+  return sqLen >= sqDistance2D(p0, c) && sqLen >= sqDistance2D(p1, c);
+}
+} // namespace
+
+// A split point near an opposite corner is moved onto that corner (or its
+// foot on the segment), so that refinement doesn't leave a sliver between
+// the corner and a midpoint a hair away.
+bool ConstraintGraph2::makeDelaunay(double minLength) {
+  NearestRounding rounding;
+  bool bAllOK(true);
+  const double sqMin(minLength * minLength);
+  KiroTest& kiroTest(pDt2->getKiroTest());
+  for (;;) {
+    bool bChanged(false);
+    std::vector<ConstraintSegment2*> vWork;
+    getChildConstraintSegments(vWork);
+    while (!vWork.empty()) {
+      ConstraintSegment2* pCSeg(vWork.back());
+      vWork.pop_back();
+      if (pCSeg == nullptr) continue;
+      if (!pCSeg->isAlive()) {
+        if (pCSeg->hasChildren()) pCSeg->getChildrenRec(vWork);
+        continue;
+      }
+      Point2* p0(pCSeg->getSrc());
+      Point2* p1(pCSeg->getTrg());
+      Triangle2* pT0(pDt2->getAdjacentTriangle(p0, p1));
+      Triangle2* pT1(pDt2->getAdjacentTriangle(p1, p0));
+      if (pT0 == nullptr || pT1 == nullptr) continue;
+      Point2* pOpp0(pT0->getCorner(3 - pT0->getIntraTriangleIndex(p0) - pT0->getIntraTriangleIndex(p1)));
+      Point2* pOpp1(pT1->getCorner(3 - pT1->getIntraTriangleIndex(p0) - pT1->getIntraTriangleIndex(p1)));
+      if (kiroTest.circleInc3state(pT0, pOpp1) != CINC2_INCIRCLE) continue;
+      const double sqLen(sqDistance2D(*p0, *p1));
+      if (sqMin > sqLen) {
+        bAllOK = false;
+        continue;
+      }
+      Point2 splitPos((p0->x() + p1->x()) / 2.0, (p0->y() + p1->y()) / 2.0);
+      const double len(std::sqrt(sqLen));
+      for (Point2* pC : {pOpp0, pOpp1}) {
+        if (!inLens(*p0, *p1, *pC)) continue;
+        const Point2 foot(getFootPoint(*p0, *p1, *pC));
+        if (foot == *p0 || foot == *p1) continue;
+        const double d(std::sqrt(sqDistance2D(foot, *pC)));
+        const double d0(std::sqrt(sqDistance2D(foot, *p0)));
+        const double d1(std::sqrt(sqDistance2D(foot, *p1)));
+        if ((0.001 > d && 0.01 > d / d0 && 0.01 > d / d1) || 1e-6 > d) {
+          splitPos = *pC;
+          break;
+        }
+        if (0.01 > d / len && inLens(*p0, *p1, foot)) splitPos = foot;
+      }
+      if (pCSeg->insertAndSplit(splitPos) != nullptr) {
+        bChanged = true;
+        VASK_ASSERT(!pCSeg->isAlive());
+        vWork.insert(vWork.end(), pCSeg->aChildren, pCSeg->aChildren + 2);
+      }
+    }
+    if (!bChanged) return bAllOK;
   }
 }
 

@@ -1,6 +1,7 @@
 #include "constraints/ConstraintMgr.h"
 #include "core/Dt2.h"
 #include "support/Log.h"
+#include "support/ProgressPublisher.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
 #include <iostream>
@@ -121,11 +122,20 @@ size_t ConstraintMgr::memoryBytes() const {
          vBlocks.capacity() * sizeof(ConstraintSegment2*);
 }
 
-ConstraintGraph2* ConstraintMgr::buildGraph(const std::vector<std::pair<Point2*, Point2*> >& vPairs,
-                                            ConstraintInsertionStrategy cis) {
+// ---------------------------------------------------------------------------
+// Creation
+
+ConstraintGraph2* ConstraintMgr::createConstraint(std::vector<std::pair<Point2*, Point2*> >& vPairs,
+                                                  ConstraintInsertionStrategy cis, bool bApply) {
+  ProgressPublisher& progress(pDt2->getProgress());
+  const size_t n(vPairs.size());
+  const size_t step(std::max<size_t>(1, n / 100));
+  progress.start("establish constraints", static_cast<unsigned>(3 * n));
   std::vector<ConstraintSegment2*> vCSeg;
-  vCSeg.reserve(vPairs.size());
-  for (const std::pair<Point2*, Point2*>& pp : vPairs) {
+  vCSeg.reserve(n);
+  for (size_t i = 0; i < n; ++i) {
+    if (i % step == 0) progress.advance(static_cast<unsigned>(step));
+    const std::pair<Point2*, Point2*>& pp(vPairs[i]);
     if (pp.first == pp.second) {
       logWarning("ConstraingMgr::createConstraint",
                  "(0) Identical source and endpoint, a constraint segment has been skipped.");
@@ -136,18 +146,116 @@ ConstraintGraph2* ConstraintMgr::buildGraph(const std::vector<std::pair<Point2*,
   }
   ConstraintGraph2* pCG(new ConstraintGraph2(pDt2, vCSeg, cis));
   vConstraintGraphs.push_back(pCG);
+  if (bApply) {
+    for (size_t i = 0; i < vCSeg.size(); ++i) {
+      if (i % step == 0) progress.advance(static_cast<unsigned>(2 * step));
+      SuspendedProgress quiet(progress);
+      apply(vCSeg[i]);
+    }
+  }
+  progress.finish();
+  return pCG;
+}
+
+// The end points go in by one batch, sorted and without duplicates, and
+// each segment finds its vertices by a binary search in that same sorted
+// list: no lookup through the vault, whose unsorted tail would make this
+// quadratic.
+ConstraintGraph2* ConstraintMgr::createConstraint(std::vector<Segment2>& vSegments, ConstraintInsertionStrategy cis) {
+  if (vSegments.empty()) return nullptr;
+  std::vector<Point2> vPoints;
+  vPoints.reserve(2 * vSegments.size());
+  for (const Segment2& seg : vSegments) {
+    vPoints.push_back(seg.getSrc());
+    vPoints.push_back(seg.getTrg());
+  }
+  std::sort(vPoints.begin(), vPoints.end());
+  vPoints.erase(std::unique(vPoints.begin(), vPoints.end()), vPoints.end());
+  std::vector<Point2*> vHandles;
+  {
+    SuspendedProgress quiet(pDt2->getProgress());
+    pDt2->insertVector(vPoints, &vHandles);
+  }
+  VASK_ASSERT(vPoints.size() == vHandles.size());
+  auto handleOf = [&](const Point2& p) {
+    return vHandles[static_cast<size_t>(std::lower_bound(vPoints.begin(), vPoints.end(), p) - vPoints.begin())];
+  };
+  std::vector<std::pair<Point2*, Point2*> > vPairs;
+  vPairs.reserve(vSegments.size());
+  for (const Segment2& seg : vSegments) {
+    Point2* pHandle0(handleOf(seg.getSrc()));
+    Point2* pHandle1(handleOf(seg.getTrg()));
+    VASK_ASSERT(pHandle0 != NULL && pHandle1 != NULL);
+    vPairs.emplace_back(pHandle0, pHandle1);
+  }
+  return createConstraint(vPairs, cis, true);
+}
+
+ConstraintGraph2* ConstraintMgr::createConstraint(std::vector<Edge2*>& vEdges, ConstraintInsertionStrategy cis,
+                                                  bool bApply) {
+  std::vector<std::pair<Point2*, Point2*> > vPairs;
+  vPairs.reserve(vEdges.size());
+  for (Edge2* pEdge : vEdges) {
+    Point2 *pSrc(nullptr), *pTrg(nullptr);
+    pEdge->getPoints(pSrc, pTrg);
+    vPairs.emplace_back(pSrc, pTrg);
+  }
+  return createConstraint(vPairs, cis, bApply);
+}
+
+// Order of insertion matters little here, direction does: each end point
+// goes in by itself, and the graph learns which way each segment runs.
+// Segments are made only after all points are in, so no end point can split
+// a segment of this graph before the graph exists.
+ConstraintGraph2* ConstraintMgr::createConstraint_oriented(std::vector<Segment2>& vSegments,
+                                                           ConstraintInsertionStrategy cis) {
+  if (vSegments.empty()) return nullptr;
+  std::vector<std::pair<Point2*, Point2*> > vPairs;
+  vPairs.reserve(vSegments.size());
+  for (const Segment2& seg : vSegments) {
+    Point2* pSrc(pDt2->insert(seg.getSrc()));
+    Point2* pTrg(pDt2->insert(seg.getTrg()));
+    vPairs.emplace_back(pSrc, pTrg);
+  }
+  ConstraintGraph2* pCG(buildGraphOriented(vPairs, cis, "ConstraingMgr::createConstraint_oriented(vSegments,...)",
+                                           "(2) Identical source and endpoint, a constraint segment has been skipped."));
+  std::vector<ConstraintSegment2*> vCSeg;
+  pCG->getOriginalConstraintSegments(vCSeg);
+  applyAll(vCSeg);
+  return pCG;
+}
+
+ConstraintGraph2* ConstraintMgr::createConstraint(std::vector<Edge2>& vEdges, ConstraintInsertionStrategy cis) {
+  std::vector<std::pair<Point2*, Point2*> > vPairs;
+  vPairs.reserve(vEdges.size());
+  for (const Edge2& edge : vEdges) {
+    Point2 *pSrc(nullptr), *pTrg(nullptr);
+    edge.getPoints(pSrc, pTrg);
+    vPairs.emplace_back(pSrc, pTrg);
+  }
+  ConstraintGraph2* pCG(buildGraphOriented(vPairs, cis, "ConstraingMgr::createConstraint()",
+                                           "(1) Identical source and endpoint, a constraint segment has been skipped."));
+  std::vector<ConstraintSegment2*> vCSeg;
+  pCG->getOriginalConstraintSegments(vCSeg);
+  applyAll(vCSeg);
   return pCG;
 }
 
 ConstraintGraph2* ConstraintMgr::buildGraphOriented(const std::vector<std::pair<Point2*, Point2*> >& vPairs,
                                                     ConstraintInsertionStrategy cis) {
+  return buildGraphOriented(vPairs, cis, "ConstraingMgr::createConstraint_oriented(vSegments,...)",
+                            "(2) Identical source and endpoint, a constraint segment has been skipped.");
+}
+
+ConstraintGraph2* ConstraintMgr::buildGraphOriented(const std::vector<std::pair<Point2*, Point2*> >& vPairs,
+                                                    ConstraintInsertionStrategy cis, const char* tag,
+                                                    const char* message) {
   std::vector<ConstraintSegment2*> vCSeg;
   vCSeg.reserve(vPairs.size());
   std::map<std::pair<Point2*, Point2*>, bool> mPPReverse;
   for (const std::pair<Point2*, Point2*>& pp : vPairs) {
     if (pp.first == pp.second) {
-      logWarning("ConstraingMgr::createConstraint_oriented(vSegments,...)",
-                 "(2) Identical source and endpoint, a constraint segment has been skipped.");
+      logWarning(tag, message);
       continue;
     }
     Point2* p0(pp.first);
@@ -160,6 +268,79 @@ ConstraintGraph2* ConstraintMgr::buildGraphOriented(const std::vector<std::pair<
   ConstraintGraph2* pCG(new ConstraintGraph2(pDt2, vCSeg, mPPReverse, cis));
   vConstraintGraphs.push_back(pCG);
   return pCG;
+}
+
+// ---------------------------------------------------------------------------
+// Application
+
+void ConstraintMgr::applyAll(const std::vector<ConstraintSegment2*>& vCSeg) {
+  for (ConstraintSegment2* pCSeg : vCSeg) apply(pCSeg);
+}
+
+void ConstraintMgr::apply(ConstraintSegment2* pCSeg) {
+  if (!pDt2->hasArea()) return;
+  if (!pCSeg->isAlive()) {
+    // A suspended segment (no children) has nothing to apply.
+    if (!pCSeg->hasChildren()) return;
+    std::vector<ConstraintSegment2*> vLeaves;
+    pCSeg->getChildrenRec(vLeaves);
+    for (ConstraintSegment2* pLeaf : vLeaves)
+      if (pLeaf->isAlive()) apply(pLeaf);
+    return;
+  }
+  switch (pCSeg->getCIS()) {
+  case CIS_CONFORMING_DELAUNAY:
+    pDt2->insertSegmentConformingDelaunay(pCSeg);
+    return;
+  case CIS_CONSTRAINED_DELAUNAY:
+    pDt2->newCDT_applyOneCS(pCSeg);
+    return;
+  }
+  logError("ConstraintMgr::apply()", "Unknown CIS");
+  VASK_ASSERT(false);
+}
+
+// A segment that needs no more work is found as an edge and left alone, so
+// the loop ends with one quiet pass. Conforming segments advance one split
+// per round.
+void ConstraintMgr::apply() {
+  std::vector<ConstraintSegment2*> vCSeg, vNext;
+  getAliveConstraintSegments(vCSeg);
+  ProgressPublisher& progress(pDt2->getProgress());
+  progress.start("apply", static_cast<unsigned>(vCSeg.size()));
+  int iterations(500);
+  for (;;) {
+    if (--iterations == 0) {
+      logWarning("ConstraintMgr::apply()", "insufficient numeric accuracy, need to skip last insertions");
+      break;
+    }
+    bool bDone(true);
+    vNext.clear();
+    for (ConstraintSegment2* pCSeg : vCSeg) {
+      progress.advance(1);
+      if (!pCSeg->isAlive()) {
+        if (!pCSeg->hasChildren()) continue;
+        bDone = false;
+        pCSeg->getChildrenRec(vNext);
+        continue;
+      }
+      {
+        SuspendedProgress quiet(progress);
+        apply(pCSeg);
+      }
+      if (!pCSeg->isAlive()) {
+        bDone = false;
+        if (pCSeg->hasChildren()) pCSeg->getChildrenRec(vNext);
+        progress.extend(4);
+      } else {
+        vNext.push_back(pCSeg);
+        progress.extend(1);
+      }
+    }
+    if (bDone) break;
+    vCSeg.swap(vNext);
+  }
+  progress.finish();
 }
 
 } // namespace KIRO_VASK2D

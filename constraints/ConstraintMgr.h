@@ -4,6 +4,8 @@
 // constraint?" that flips and walks ask all the time.
 #include "ConstraintGraph2.h"
 #include "ConstraintSegment2.h"
+#include "Edge2.h"
+#include "Segment2.h"
 #include "constraints/FlatTable.h"
 #include <cstdint>
 #include <utility>
@@ -47,13 +49,33 @@ public:
   void updateConstraintSegment(ConstraintSegment2* pParentCSeg, ConstraintSegment2* pCSeg0,
                                ConstraintSegment2* pCSeg1);
 
-  /** A graph over existing vertex pairs, without establishing anything in
-   * the mesh: pairs with equal vertices are skipped with a message,
-   * duplicates are kept. */
-  ConstraintGraph2* buildGraph(const std::vector<std::pair<Point2*, Point2*> >& vPairs, ConstraintInsertionStrategy cis);
+  /** Segments by coordinates: the end points go in by one batch insertion
+   * (sorted, without duplicates), then the worker with bApply. Finite
+   * coordinates required (the facade filters); empty input gives null. */
+  ConstraintGraph2* createConstraint(std::vector<Segment2>& vSegments, ConstraintInsertionStrategy cis);
+  /** The same keeping each segment's direction; the end points go in one by
+   * one. */
+  ConstraintGraph2* createConstraint_oriented(std::vector<Segment2>& vSegments, ConstraintInsertionStrategy cis);
+  /** Over existing vertices. */
+  ConstraintGraph2* createConstraint(std::vector<Edge2*>& vEdges, ConstraintInsertionStrategy cis, bool bApply);
+  /** Over existing vertices, keeping the direction of each edge (zone borders). */
+  ConstraintGraph2* createConstraint(std::vector<Edge2>& vEdges, ConstraintInsertionStrategy cis);
+  /** The worker: a graph over existing vertex pairs (equal vertices skipped
+   * with a message, duplicates kept), applied at once with bApply. */
+  ConstraintGraph2* createConstraint(std::vector<std::pair<Point2*, Point2*> >& vPairs, ConstraintInsertionStrategy cis,
+                                     bool bApply);
+  /** A graph over existing vertex pairs that establishes nothing yet. */
+  ConstraintGraph2* buildGraph(const std::vector<std::pair<Point2*, Point2*> >& vPairs, ConstraintInsertionStrategy cis) {
+    std::vector<std::pair<Point2*, Point2*> > v(vPairs);
+    return createConstraint(v, cis, false);
+  }
   /** The same with a kept direction: each pair runs from first to second. */
   ConstraintGraph2* buildGraphOriented(const std::vector<std::pair<Point2*, Point2*> >& vPairs,
                                        ConstraintInsertionStrategy cis);
+  /** One segment, or the alive leaves below it; nothing without area. */
+  void apply(ConstraintSegment2* pCSeg);
+  /** Every alive segment until a full pass changes nothing (500 rounds at most). */
+  void apply();
 
   /** An alive segment joins the two vertices (either order). */
   bool isConstraint(Point2* p0, Point2* p1) {
@@ -100,6 +122,9 @@ private:
   bool isConstraintByLookup(Point2* p0, Point2* p1) const;
   ConstraintSegment2* newSegment(Point2* p0, Point2* p1, ConstraintInsertionStrategy cis);
   void sortedSegments(bool bAliveOnly, std::vector<ConstraintSegment2*>& vOut) const;
+  ConstraintGraph2* buildGraphOriented(const std::vector<std::pair<Point2*, Point2*> >& vPairs,
+                                       ConstraintInsertionStrategy cis, const char* tag, const char* message);
+  void applyAll(const std::vector<ConstraintSegment2*>& vCSeg);
 
   FlatTable<ConstraintSegment2*, std::pair<Point2*, Point2*>, SegmentByPairOps> tSegments; // alive and dead
   FlatTable<Point2*, Point2*, VertexSetOps> tVertices; // all end points

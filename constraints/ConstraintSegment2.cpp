@@ -2,6 +2,7 @@
 #include "ConstraintGraph2.h"
 #include "constraints/ConstraintMgr.h"
 #include "core/Dt2.h"
+#include "kernel/RoundingModeGuard.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
@@ -81,6 +82,50 @@ bool ConstraintSegment2::split_combinatorialOnly(Point2* pSplit) {
     pKid1->addOwnerRecursive(pOwner);
   }
   for (size_t i = 0; i < vOwners.size(); ++i) vOwners[i]->updateSplittedConstraintSegment(this, i == 0);
+  return true;
+}
+
+Point2* ConstraintSegment2::insertAndSplit(const Point2& splitPos) {
+  NearestRounding rounding;
+  VASK_ASSERT(bAlive);
+  VASK_ASSERT(aChildren[0] == nullptr && "vChildren.empty()");
+  VASK_ASSERT(hasOwners() && "!sOwners.empty()");
+  Dt2* pOwnerDt(getFirstOwner()->getDt2());
+  VASK_ASSERT(pOwnerDt != 0);
+  if (!std::isfinite(splitPos.x()) || !std::isfinite(splitPos.y())) {
+    logWarning("ConstraintSegment2::insertAndSplit", "non-finite split position, nothing changed");
+    return nullptr;
+  }
+  // Suspended while the vertex goes in: the edge counts as no constraint,
+  // so insertion neither splits this segment by itself nor refuses to flip
+  // its edge.
+  bAlive = false;
+  Point2* pSplit(pOwnerDt->insert(splitPos));
+  VASK_ASSERT(pSplit != 0);
+  if (pSplit == p0 || pSplit == p1) {
+    logWarning("ConstraintSegment2::insertAndSplit", "Trying to split a Constraint segment at one of its endpoints");
+    bAlive = true;
+    return nullptr;
+  }
+  bAlive = true;
+  split_combinatorialOnly(pSplit);
+  // Each half goes its own road; a half that existed already and is dead
+  // gives its alive leaves.
+  ConstraintMgr* pMgr(pOwnerDt->getConstraintMgr());
+  ConstraintSegment2* pKid0(aChildren[0]);
+  ConstraintSegment2* pKid1(aChildren[1]);
+  pMgr->apply(pKid1);
+  pMgr->apply(pKid0);
+  pOwnerDt->bfsFlipIncident(pSplit);
+  return pSplit;
+}
+
+// The mesher's inner-vertex bookkeeping comes with mesh generation; until
+// then there are no inner vertices to take out again.
+bool ConstraintSegment2::splitAndRemovePrev(const Point2& splitPos) {
+  Point2* pSplit(insertAndSplit(splitPos));
+  if (pSplit == nullptr) return false;
+  VASK_ASSERT(hasOwners() && "!sOwners.empty()");
   return true;
 }
 

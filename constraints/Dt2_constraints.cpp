@@ -1,8 +1,11 @@
-// The constraint unit of Dt2: ownership of the registry and the hooks by
-// which insertion, flipping and removal honour constraint segments.
-// Enforcement of segments in the mesh comes here as well.
+// The constraint unit of Dt2: ownership of the registry, the hooks by which
+// insertion, flipping and removal honour constraint segments, creation and
+// application of constraints, and the queries about them. The two roads
+// that make a segment an edge are in Dt2_enforcement.cpp.
 #include "constraints/ConstraintMgr.h"
 #include "core/Dt2.h"
+#include "support/Log.h"
+#include <algorithm>
 
 namespace KIRO_VASK2D {
 
@@ -31,6 +34,65 @@ void Dt2::splitConstraintAt(Point2* p0, Point2* p1, Point2* pVtx) {
 
 bool Dt2::isConstraintVertex(Point2* pVtx) const {
   return pConstraintMgr != nullptr && pConstraintMgr->isConstraint(pVtx);
+}
+
+// ---------------------------------------------------------------------------
+// Creation and application
+
+ConstraintGraph2* Dt2::createConstraint(std::vector<Segment2>& vSegments, ConstraintInsertionStrategy cis,
+                                        bool bOrientedSegments) {
+  if (vSegments.empty()) {
+    logWarning("Dt2::createConstraint(..)", "vSegments is empty, returning NULL");
+    return nullptr;
+  }
+  if (bOrientedSegments) return getConstraintMgr()->createConstraint_oriented(vSegments, cis);
+  return getConstraintMgr()->createConstraint(vSegments, cis);
+}
+
+ConstraintGraph2* Dt2::createConstraint(std::vector<Edge2>& vEdges, ConstraintInsertionStrategy cis) {
+  if (vEdges.empty()) {
+    logWarning("Dt2::createConstraint(..)", "vEdges is empty, returning NULL");
+    return nullptr;
+  }
+  return getConstraintMgr()->createConstraint(vEdges, cis);
+}
+
+void Dt2::applyConstraintsAndZones() {
+  if (!hasArea()) {
+    logWarning("Dt2::applyConstraintsAndZones()", "The triangulation has no area yet.");
+    return;
+  }
+  if (pConstraintMgr != nullptr) pConstraintMgr->apply();
+}
+
+// ---------------------------------------------------------------------------
+// Queries
+
+bool Dt2::isConstraint(Point2* p0, Point2* p1) const {
+  return pConstraintMgr != nullptr && p0 != nullptr && p1 != nullptr && pConstraintMgr->isConstraint(p0, p1);
+}
+
+ConstraintSegment2* Dt2::getConstraintSegment(Point2* p0, Point2* p1) const {
+  if (pConstraintMgr == nullptr || p0 == nullptr || p1 == nullptr) return nullptr;
+  return pConstraintMgr->getConstraintSegment(p0, p1);
+}
+
+void Dt2::getAliveConstraintSegments(std::vector<ConstraintSegment2*>& vOut) const {
+  if (pConstraintMgr != nullptr) pConstraintMgr->getAliveConstraintSegments(vOut);
+}
+
+void Dt2::getAliveAndDeadConstraintSegments(std::vector<ConstraintSegment2*>& vOut) const {
+  if (pConstraintMgr != nullptr) pConstraintMgr->getAliveAndDeadConstraintSegments(vOut);
+}
+
+void Dt2::countConstraintEdges(size_t& numContained, std::vector<ConstraintSegment2*>& vMissing) const {
+  numContained = 0;
+  std::vector<ConstraintSegment2*> vAlive;
+  getAliveConstraintSegments(vAlive);
+  for (ConstraintSegment2* pCSeg : vAlive) {
+    if (isAdjacent(pCSeg->getSrc(), pCSeg->getTrg())) ++numContained;
+    else vMissing.push_back(pCSeg);
+  }
 }
 
 } // namespace KIRO_VASK2D

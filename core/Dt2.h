@@ -1,5 +1,8 @@
 #pragma once
 #include "Bbox2.h"
+#include "ConstraintSegment2.h"
+#include "Edge2.h"
+#include "Segment2.h"
 #include "MsgBase.h"
 #include "Point2.h"
 #include "Triangle2.h"
@@ -23,6 +26,8 @@ namespace KIRO_VASK2D {
 
 class Visualizer2;
 class ConstraintMgr;
+class ConstraintGraph2;
+class ConstraintSegment2;
 
 /** The Delaunay triangulation behind Vask_2D. It owns every vertex and
  * triangle (pools), the vertex vault, the exact predicates and the Hilbert
@@ -90,6 +95,36 @@ public:
   bool hasConstraintMgr() const { return pConstraintMgr != nullptr; }
 
   // -------------------------------------------------------------------------
+  // Constraints (Dt2_constraints.cpp: creation, application, queries;
+  // Dt2_enforcement.cpp: the two roads that make a segment an edge)
+
+  /** Segments by coordinates; null with a warning for an empty vector. A
+   * segment with a NaN or infinite end point is skipped with a warning. */
+  ConstraintGraph2* createConstraint(std::vector<Segment2>& vSegments, ConstraintInsertionStrategy cis,
+                                     bool bOrientedSegments);
+  /** Segments over existing vertices, in the given order and direction. */
+  ConstraintGraph2* createConstraint(std::vector<Edge2>& vEdges, ConstraintInsertionStrategy cis);
+  void applyConstraintsAndZones();
+  bool isConstraint(Point2* p0, Point2* p1) const;
+  bool isConstraint(Point2* pVtx) const { return isConstraintVertex(pVtx); }
+  bool isConstraint(Triangle2* pT, int ith) const { return isConstraintEdge(pT, ith); }
+  ConstraintSegment2* getConstraintSegment(Point2* p0, Point2* p1) const;
+  void getAliveConstraintSegments(std::vector<ConstraintSegment2*>& vOut) const;
+  void getAliveAndDeadConstraintSegments(std::vector<ConstraintSegment2*>& vOut) const;
+  /** Counts the alive segments that stand (or not) as edges; used by
+   * checkValidity, which also draws the missing ones. */
+  void countConstraintEdges(size_t& numContained, std::vector<ConstraintSegment2*>& vMissing) const;
+
+  /** The constrained road: pInitialCSeg and every leaf it or a crossing
+   * produces stand in the mesh when it returns. */
+  void newCDT_applyOneCS(ConstraintSegment2* pInitialCSeg);
+  /** One step of the conforming road: finds the edge, or splits once. */
+  void insertSegmentConformingDelaunay(ConstraintSegment2* pCSeg);
+  /** Suspends pCSeg and restores the empty-circle property across its edge
+   * as far as other constraints permit. */
+  void killAndUnestablishConstraintSegment(ConstraintSegment2* pCSeg);
+
+  // -------------------------------------------------------------------------
   // Single-point insertion (Dt2_insert.cpp)
   Point2* insert(const Point2& p);
   Triangle2* insertVertex(Point2* pVtx, Triangle2* pStart);
@@ -102,6 +137,9 @@ public:
   Triangle2* initVCheckT24(Triangle2* pT, Point2* pVtx, int ith);
   Triangle2* insertVertexCH(Point2* pVtx, Triangle2* pT, int ith);
   void bfsFlipIncident(Point2* pVtx);
+  /** Flips (exactly, constraint edges exempt) until every listed edge and
+   * every edge a flip creates is locally Delaunay; empties vWork. */
+  void flipUntilDelaunay(std::vector<std::pair<Triangle2*, int> >& vWork);
   bool createFullDimTriangle(size_t numPreExistingVtx);
 
   // -------------------------------------------------------------------------
@@ -153,6 +191,9 @@ public:
   bool isDegenerate(Triangle2* pT);
   Bbox2 computeBoundingBox() const { return vertexVault.getBbox(); }
   bool checkValidity(bool bCheckEmptyCircle, const std::string& name);
+  /** Prints the line of alive, contained and missing constraint segments
+   * and draws the missing ones. */
+  void checkConstraintEdges(const std::string& name) const;
   void statistics(const std::string& name) const;
   double measureTriangulationTime(const std::vector<Point2>& vPoints) const;
   /** Writes the whole triangulation to a one-page PostScript file. */
@@ -177,6 +218,7 @@ public:
   void setDev(const std::string& key, int iVal, double dVal) { mDevValues[key] = std::make_pair(iVal, dVal); }
   bool getDev(const std::string& key, int& iVal, double& dVal) const;
   void subscribe(MsgType msgType, MsgBase* pReceiver) { progress.subscribe(msgType, pReceiver); }
+  ProgressPublisher& getProgress() { return progress; }
   void unsubscribe(MsgType msgType, MsgBase* pReceiver) { progress.unsubscribe(msgType, pReceiver); }
 
   // Access for the vault, the chunks and tests
@@ -258,6 +300,16 @@ private:
   void deleteConstraintMgr();
   bool isConstraintEdgeInMgr(const Triangle2* pT, int i) const;
   void splitConstraintAt(Point2* p0, Point2* p1, Point2* pVtx);
+  // Enforcement (Dt2_enforcement.cpp)
+  typedef std::pair<Triangle2*, int> PolyEdge; // the edge of T opposite corner i
+  void newCDT_insertOrSplit(ConstraintSegment2* pCSeg, std::vector<ConstraintSegment2*>& vWorkStack);
+  Point2* newCDT_traverseCZ(ConstraintSegment2* pCSeg, std::vector<std::pair<Point2, ConstraintSegment2*> >& vPairIspCS);
+  Triangle2* retriangulatePolygon(std::vector<PolyEdge>& vPolygon, std::vector<Triangle2*>& vNewT);
+  void restoreDelaunay(std::vector<Triangle2*>& vT);
+  void applyOneLeaf(ConstraintSegment2* pCSeg, std::vector<ConstraintSegment2*>& vWorkStack);
+  // Working sets of the constrained road, kept to avoid allocation per segment
+  std::vector<PolyEdge> vPolyLeft, vPolyRight;
+  std::vector<Triangle2*> vCrossedT, vCdtNewT, vRestoreNextT;
   /** Set only while triangles are cut in; insertion then flips nothing but
    * zero-area triangles at the hull. */
   bool bSuppressFlips;

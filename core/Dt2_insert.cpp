@@ -331,6 +331,15 @@ void Dt2::bfsFlipIncident(Point2* pVtx) {
     const int i(pT->getIntraTriangleIndex(pVtx));
     if (pT->getOppositeTriangle(i) != nullptr) vWork.emplace_back(pT, i);
   }
+  flipUntilDelaunay(vWork);
+}
+
+// Each entry names an edge by a triangle and the corner opposite; a flip
+// keeps both triangles alive, so a stale entry still names some edge of
+// the mesh and is simply tested as what it is now. Every edge a flip
+// creates around the quadrilateral is pushed, so the loop ends with all
+// edges it touched locally Delaunay (constraint edges exempt).
+void Dt2::flipUntilDelaunay(std::vector<std::pair<Triangle2*, int> >& vWork) {
   while (!vWork.empty()) {
     Triangle2* pFromT(vWork.back().first);
     const int fromICI(vWork.back().second);

@@ -224,6 +224,26 @@ void Dt2::getConvexHullEdges(std::vector<std::pair<Triangle2*, int> >& vConvexHu
 // ---------------------------------------------------------------------------
 // Validation and statistics
 
+// A missing segment is reported and drawn, but does not make the mesh
+// invalid: a conforming segment too short to divide further, or one that
+// waits for area, is missing by design.
+void Dt2::checkConstraintEdges(const std::string& name_) const {
+  size_t numContained(0);
+  std::vector<ConstraintSegment2*> vMissing;
+  countConstraintEdges(numContained, vMissing);
+  std::cout << "\n* ConstraintSegments (alive): " << (numContained + vMissing.size()) << ", contained: " << numContained
+            << ", missing: " << vMissing.size() << std::endl;
+  if (vMissing.empty()) return;
+  const std::string failName("checkValidityFail_" + name_ + ".ps");
+  Visualizer2 vis(failName.c_str());
+  show(&vis, true);
+  for (ConstraintSegment2* pCSeg : vMissing) {
+    vis.addObject(Segment2(*pCSeg->getSrc(), *pCSeg->getTrg()), Color(CGREEN, 0.5f, false));
+    std::cout << "Not contained: " << *pCSeg << std::endl;
+  }
+  vis.writeFile();
+}
+
 bool Dt2::checkValidity(bool bCheckEmptyCircle, const std::string& name_) {
   if (!*pBFullDimensional) {
     logInfo("checkValidity(" + name_ + ")", "not fulldimensional yet (empty or all points collinear), Returning true");
@@ -231,6 +251,7 @@ bool Dt2::checkValidity(bool bCheckEmptyCircle, const std::string& name_) {
   }
   const std::string tag("Vask_2D::CheckValidity(" + name_ + ")");
   logInfo(tag, "has been started");
+  checkConstraintEdges(name_);
   bool bValid(true);
   auto report = [&](const std::string& text, const Triangle2* pT) {
     std::ostringstream oss;
@@ -352,12 +373,17 @@ void Dt2::show(Visualizer2* pVis, bool bWithConstraints) const {
   }
   std::sort(vEdges.begin(), vEdges.end());
   vEdges.erase(std::unique(vEdges.begin(), vEdges.end()), vEdges.end());
-  // No constraint segment can exist in this triangulation yet, so every edge
-  // is an ordinary edge; bWithConstraints only chooses how constraint edges
-  // are drawn (red and 0.5 wide, or black and 0.001 wide).
-  (void)bWithConstraints;
+  // Ordinary edges first, constraint edges on top: red and 0.5 wide, or,
+  // without bWithConstraints, black and finer than the ordinary ones.
   const Color ordinary(CBLACK, 0.01f, false);
-  for (const VertexPair2& edge : vEdges) pVis->addObject(Segment2(*edge.getFirst(), *edge.getSecond()), ordinary);
+  const Color constraint(bWithConstraints ? Color(CRED, 0.5f, false) : Color(CBLACK, 0.001f, false));
+  std::vector<const VertexPair2*> vConstraintEdges;
+  for (const VertexPair2& edge : vEdges) {
+    if (pConstraintMgr != nullptr && isConstraint(edge.getFirst(), edge.getSecond())) vConstraintEdges.push_back(&edge);
+    else pVis->addObject(Segment2(*edge.getFirst(), *edge.getSecond()), ordinary);
+  }
+  for (const VertexPair2* pEdge : vConstraintEdges)
+    pVis->addObject(Segment2(*pEdge->getFirst(), *pEdge->getSecond()), constraint);
 }
 
 } // namespace KIRO_VASK2D

@@ -43,25 +43,6 @@ bool filterFinite(const std::vector<Point2>& vIn, std::vector<Point2>& vFinite, 
   return true;
 }
 
-// Every entry that computes (keys, box growth, filters, circumcentres, the
-// walk) runs under round-to-nearest, whatever mode the caller has set: the
-// filters' error bounds assume it, and so does every result being the same
-// for the same input. The caller's mode is back in place on every return,
-// exceptions included.
-// Under the usual mode nothing is set or restored: a single insertion is too
-// short to pay for two mode switches it does not need.
-class NearestRounding {
-public:
-  NearestRounding() {
-    if (std::fegetround() == FE_TONEAREST) return;
-    guard.emplace();
-    guard->set(FE_TONEAREST);
-  }
-
-private:
-  std::optional<RoundingModeGuard> guard;
-};
-
 } // namespace
 
 Vask_2D::Vask_2D(unsigned int numPoints) : pImpl(nullptr) { initVask(numPoints); }
@@ -147,6 +128,70 @@ void Vask_2D::insert(int numPoints, double* aCoordinates, Point2** aHandles) {
 void Vask_2D::remove(Point2* pVtx) {
   NearestRounding rounding;
   pImpl->remove(pVtx);
+}
+
+// ---------------------------------------------------------------------------
+// Constraints
+
+ConstraintGraph2* Vask_2D::createConstraint(std::vector<Segment2>& vSegments, ConstraintInsertionStrategy cis,
+                                            bool bOrientedSegments) {
+  NearestRounding rounding;
+  if (vSegments.empty()) {
+    logWarning("Vask_2D::createConstraint()", "You have not supplied any segments. Returning NULL!");
+    return nullptr;
+  }
+  if (cis != CIS_CONFORMING_DELAUNAY && cis != CIS_CONSTRAINED_DELAUNAY) {
+    logWarning("Vask_2D::createConstraint()", "Unknown CIS, returning NULL");
+    return nullptr;
+  }
+  // A non-finite end point never reaches the vault: its segment is dropped
+  // here, the others go on.
+  std::vector<Segment2> vFinite;
+  bool bAllFinite(true);
+  for (const Segment2& seg : vSegments) {
+    const Point2& a(seg.getSrc());
+    const Point2& b(seg.getTrg());
+    if (isFinitePoint(a.x(), a.y()) && isFinitePoint(b.x(), b.y())) continue;
+    bAllFinite = false;
+    std::ostringstream oss;
+    oss << "Segment " << a << " - " << b << " has a NaN or infinite coordinate, skipped";
+    logWarning("Vask_2D::createConstraint()", oss.str());
+  }
+  if (bAllFinite) return pImpl->createConstraint(vSegments, cis, bOrientedSegments);
+  for (const Segment2& seg : vSegments) {
+    const Point2& a(seg.getSrc());
+    const Point2& b(seg.getTrg());
+    if (isFinitePoint(a.x(), a.y()) && isFinitePoint(b.x(), b.y())) vFinite.push_back(seg);
+  }
+  return pImpl->createConstraint(vFinite, cis, bOrientedSegments);
+}
+
+void Vask_2D::applyConstraintsAndZones() {
+  NearestRounding rounding;
+  if (!pImpl->hasArea()) {
+    logWarning("Vask2D::applyConstraintsAndZones()", "The triangulation has no area yet, can't apply the constraints");
+    return;
+  }
+  pImpl->applyConstraintsAndZones();
+}
+
+bool Vask_2D::isConstraint(Point2* p0, Point2* p1) const { return pImpl->isConstraint(p0, p1); }
+bool Vask_2D::isConstraint(Point2* pVtx) const { return pVtx != nullptr && pImpl->isConstraint(pVtx); }
+bool Vask_2D::isConstraint(Triangle2* pT, int ith) const {
+  if (pT == nullptr || ith < 0 || ith > 2) {
+    logWarning("Vask_2D::isConstraint(Triangle2*,int)", "null triangle or index outside 0..2, returning false");
+    return false;
+  }
+  return pImpl->isConstraint(pT, ith);
+}
+ConstraintSegment2* Vask_2D::getConstraintSegment(Point2* p0, Point2* p1) const {
+  return pImpl->getConstraintSegment(p0, p1);
+}
+void Vask_2D::getAliveConstraintSegments(std::vector<ConstraintSegment2*>& vAliveConstraintSegments) const {
+  pImpl->getAliveConstraintSegments(vAliveConstraintSegments);
+}
+void Vask_2D::getAliveAndDeadConstraintSegments(std::vector<ConstraintSegment2*>& vAllConstraintSegments) const {
+  pImpl->getAliveAndDeadConstraintSegments(vAllConstraintSegments);
 }
 
 unsigned int Vask_2D::numberOfPoints() const { return pImpl->numberOfPoints(); }

@@ -58,6 +58,11 @@ public:
   /** Start and end of every alive leaf in chain order and graph direction:
    * a list of pairs, so an inner vertex of a chain appears twice. */
   void getPolygonVertices(std::vector<Point2*>& vOut) const;
+  /** Splits alive segments that are not Delaunay edges (their opposite
+   * corner lies inside the other triangle's circle) until all are, near
+   * corners onto those corners. Segments shorter than minLength stay as they
+   * are; true when none had to. */
+  bool makeDelaunay(double minLength);
   /** Draws every pair of getPolygonVertices as a red segment into a new
    * PostScript file. */
   void show(const char* filename) const;

@@ -59,6 +59,17 @@ public:
    * no graph owns yet. Returns true. */
   bool split_combinatorialOnly(Point2* pSplit);
 
+  /** Splits with geometry: the point goes into the mesh (snapped to a
+   * vertex already there), the segment dies with two children that are
+   * established at once, and flips restore the empty-circle property around
+   * the vertex. A position that snaps to an end point warns and returns null
+   * with nothing changed. Throws VaskException for a segment that is not
+   * alive or has no owner. */
+  Point2* insertAndSplit(const Point2& splitPos);
+  /** insertAndSplit, then the mesher's inner vertices too close to the new
+   * vertex leave again. False when the split didn't happen. */
+  bool splitAndRemovePrev(const Point2& splitPos);
+
   /** Appends every alive descendant, left to right in child order (child 0
    * touches getSrc()). This is not a chain in the user's direction; the
    * graph gives that. Throws on a segment without children. */
@@ -94,6 +105,7 @@ private:
   void addOwnerRecursive(ConstraintGraph2* pOwner);
   ConstraintGraph2* getFirstOwner() const;
   bool hasOwners() const { return pOwner0 != nullptr; }
+  bool hasChildren() const { return aChildren[0] != nullptr; }
   // 64 bytes on a 64-bit platform. The owner set is one inline pointer for
   // the usual single owner and a sorted heap vector from the second on; the
   // two children are inline (both null or both set).

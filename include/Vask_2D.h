@@ -56,6 +56,32 @@ public:
    * triangulation's) is refused with a warning and changes nothing. */
   void remove(Point2* pVtx);
 
+  // Constraints
+  /** Makes the segments edges of the mesh and returns their graph, owned by
+   * this triangulation. CIS_CONSTRAINED_DELAUNAY forces each segment in as
+   * it stands (divided only at crossings with other constraints and at
+   * vertices exactly on it); CIS_CONFORMING_DELAUNAY divides it until its
+   * pieces are Delaunay edges, which applyConstraintsAndZones completes.
+   * With bOrientedSegments each segment keeps its direction in the graph.
+   * Segments apply at once when the mesh has area, otherwise later by
+   * applyConstraintsAndZones. An empty vector gives null with a warning; a
+   * segment with a NaN or infinite end point is skipped with a warning. */
+  ConstraintGraph2* createConstraint(std::vector<Segment2>& vSegments, ConstraintInsertionStrategy cis,
+                                     bool bOrientedSegments = false);
+  /** Establishes every constraint that still waits: those created before
+   * the mesh had area, and the pieces of conforming ones. */
+  void applyConstraintsAndZones();
+  /** Whether an alive constraint segment joins the two vertices. */
+  bool isConstraint(Point2* p0, Point2* p1) const;
+  /** Whether the vertex is or was an end point of a constraint segment. */
+  bool isConstraint(Point2* pVtx) const;
+  /** Whether the edge of pT opposite corner ith is a constraint edge. */
+  bool isConstraint(Triangle2* pT, int ith) const;
+  /** The alive segment between the two vertices, or null. */
+  ConstraintSegment2* getConstraintSegment(Point2* p0, Point2* p1) const;
+  void getAliveConstraintSegments(std::vector<ConstraintSegment2*>& vAliveConstraintSegments) const;
+  void getAliveAndDeadConstraintSegments(std::vector<ConstraintSegment2*>& vAllConstraintSegments) const;
+
   // Counts and settings
   unsigned int numberOfPoints() const;
   unsigned int numberOfTriangles() const;

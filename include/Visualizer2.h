@@ -14,6 +14,8 @@
 
 namespace KIRO_VASK2D {
 
+class ConstraintSegment2;
+
 /** Draws points, segments, edges, circles, triangles and labels to a
  * single-page PostScript file.
  *
@@ -53,6 +55,8 @@ public:
   void addObject(const std::vector<Point2*>& vPoints_, const Color& c);
   void addObject(const std::vector<Segment2>& vSegments_, const Color& c);
   void addObject(const std::vector<Edge2>& vEdges, const Color& c);
+  /** Each segment as it stands now, between its two end points. */
+  void addObject(const std::vector<ConstraintSegment2*>& vCSegs, const Color& c);
   void addObject(const std::vector<Triangle2>& vTriangles_, const Color& c);
   void addObject(const std::vector<Triangle2*>& vTriangles_, const Color& c);
 

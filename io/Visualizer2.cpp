@@ -1,4 +1,5 @@
 #include "Visualizer2.h"
+#include "ConstraintSegment2.h"
 #include "support/Log.h"
 #include "support/VaskAssert.h"
 #include <algorithm>
@@ -182,6 +183,17 @@ void Visualizer2::addObject(const std::vector<Segment2>& vSegments_, const Color
 
 void Visualizer2::addObject(const std::vector<Edge2>& vEdges, const Color& c) {
   for (const Edge2& edge : vEdges) addObject(edge, c);
+}
+
+void Visualizer2::addObject(const std::vector<ConstraintSegment2*>& vCSegs, const Color& c) {
+  VASK_ASSERT(!bFileClosed);
+  for (const ConstraintSegment2* pCSeg : vCSegs) {
+    if (pCSeg == nullptr) {
+      warnSkipped("null constraint segment");
+      continue;
+    }
+    addObject(Segment2(*pCSeg->getSrc(), *pCSeg->getTrg()), c);
+  }
 }
 
 void Visualizer2::addObject(const std::vector<Triangle2>& vTriangles_, const Color& c) {

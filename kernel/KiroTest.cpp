@@ -755,7 +755,7 @@ IntersectionState2 KiroTest::getIntersectionState(const Point2* a, const Point2*
 }
 
 void KiroTest::getIntersectionCoords_gmp_MT(const Point2* a, const Point2* b, const Point2* c, const Point2* d,
-                                            double& x, double& y) {
+                                            double& x, double& y, bool bRoundToNearest) {
   // mpq_set_d aborts the process on NaN and infinity: such input ends here.
   const bool bFiniteInput(isFinitePoint(a) && isFinitePoint(b) && isFinitePoint(c) && isFinitePoint(d));
   VASK_ASSERT(bFiniteInput);
@@ -800,8 +800,36 @@ void KiroTest::getIntersectionCoords_gmp_MT(const Point2* a, const Point2* b, co
   mpq_t &qx(q[22]), &qy(q[23]);
   mpq_div(qx, numX, denom);
   mpq_div(qy, numY, denom);
-  x = mpq_get_d(qx);
-  y = mpq_get_d(qy);
+  if (bRoundToNearest) {
+    x = nearestDouble(qx, q[24], q[25]);
+    y = nearestDouble(qy, q[24], q[25]);
+  } else {
+    x = mpq_get_d(qx);
+    y = mpq_get_d(qy);
+  }
+}
+
+// mpq_get_d truncates toward zero, so the exact value lies between the
+// truncated t and its neighbour u away from zero (or equals t). The nearer
+// of the two wins; their midpoint is exact in rationals. A tie goes to the
+// even significand, as round-to-nearest does.
+double KiroTest::nearestDouble(const mpq_t value, mpq_t tmp0, mpq_t tmp1) {
+  const double t(mpq_get_d(value));
+  mpq_set_d(tmp0, t);
+  const int cmpT(mpq_cmp(value, tmp0));
+  if (cmpT == 0) return t;
+  const double u(std::nextafter(t, cmpT > 0 ? HUGE_VAL : -HUGE_VAL));
+  if (!std::isfinite(u)) return t;
+  mpq_set_d(tmp1, u);
+  mpq_add(tmp1, tmp1, tmp0);
+  mpq_div_2exp(tmp1, tmp1, 1);
+  const int cmpMid(mpq_cmp(value, tmp1) * (cmpT > 0 ? 1 : -1));
+  if (cmpMid < 0) return t;
+  if (cmpMid > 0) return u;
+  int expT(0);
+  const double mantT(std::frexp(t, &expT));
+  const double lastBit(std::ldexp(std::fabs(mantT), 53));
+  return std::fmod(lastBit, 2.0) == 0.0 ? t : u;
 }
 
 const char* KiroTest::getShortString(Orientation2 ori) {

@@ -148,11 +148,12 @@ public:
    * overlapping or touching) or IST_REGULAR (crossing; a touching end point counts). */
   IntersectionState2 getIntersectionState(const Point2* a, const Point2* b, const Point2* c, const Point2* d);
   /** Intersection of lines ab and cd in rational arithmetic, each coordinate
-   * truncated to a double (within one unit of the last place). Parallel lines
-   * and non-finite coordinates are errors of the caller: a warning or the
-   * assertion message, then VaskException. Thread-safe. */
+   * truncated to a double (within one unit of the last place), or rounded to
+   * the nearest double with bRoundToNearest. Parallel lines and non-finite
+   * coordinates are errors of the caller: a warning or the assertion
+   * message, then VaskException. Thread-safe. */
   void getIntersectionCoords_gmp_MT(const Point2* a, const Point2* b, const Point2* c, const Point2* d, double& x,
-                                    double& y);
+                                    double& y, bool bRoundToNearest = false);
 
   /** Short name of an orientation: "COL", "CCW", "CW". */
   static const char* getShortString(Orientation2 ori);
@@ -191,6 +192,7 @@ private:
   __attribute__((noinline)) CircleState2 circleInc3stateRational(const double* aCoord);
   void initPredicateRationals();
   void initIntersectionRationals();
+  static double nearestDouble(const mpq_t value, mpq_t tmp0, mpq_t tmp1);
 
   mpq_t aPredQ[48];   // temporaries of the exact orientation and in-circle stages (their
                       // numerators serve as integers, see loadScaledIntegers)

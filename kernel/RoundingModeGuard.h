@@ -33,4 +33,27 @@ inline double fpBarrier(double value) {
   return value;
 }
 
+// Every entry that computes (keys, box growth, filters, circumcentres, the
+// walk) runs under round-to-nearest, whatever mode the caller has set: the
+// filters' error bounds assume it, and so does every result being the same
+// for the same input. The caller's mode is back in place on every return,
+// exceptions included.
+// Under the usual mode nothing is set or restored: a single insertion is too
+// short to pay for two mode switches it does not need.
+class NearestRounding {
+public:
+  NearestRounding() : savedMode(std::fegetround()) {
+    if (savedMode != FE_TONEAREST) std::fesetround(FE_TONEAREST);
+  }
+  ~NearestRounding() {
+    if (savedMode != FE_TONEAREST) std::fesetround(savedMode);
+  }
+  NearestRounding(const NearestRounding&) = delete;
+  NearestRounding& operator=(const NearestRounding&) = delete;
+
+private:
+  int savedMode;
+};
+
+
 } // namespace KIRO_VASK2D

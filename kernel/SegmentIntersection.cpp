@@ -152,4 +152,11 @@ Point2 getSinglePointOfCrossing(KiroTest& kiroTest, const Point2& p1, const Poin
   return Point2(x, y);
 }
 
+Point2 getProperCrossing(KiroTest& kiroTest, const Point2& p1, const Point2& p2, const Point2& p3, const Point2& p4) {
+  double x(0.0), y(0.0);
+  if (crossingInDoubles(p1, p2, p3, p4, x, y)) return Point2(x, y);
+  kiroTest.getIntersectionCoords_gmp_MT(&p1, &p2, &p3, &p4, x, y, true);
+  return Point2(x, y);
+}
+
 } // namespace KIRO_VASK2D

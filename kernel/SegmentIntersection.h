@@ -73,4 +73,11 @@ inline bool isFiniteSegment(const Segment2& seg) {
 Point2 getSinglePointOfCrossing(KiroTest& kiroTest, const Point2& p1, const Point2& p2, const Point2& p3,
                                 const Point2& p4);
 
+/** The crossing of two segments that cross properly (each has its end
+ * points strictly on both sides of the other's line), within one unit of
+ * the last place of the exact crossing per coordinate: the double formula
+ * where its error bound proves that, else the exact rational crossing
+ * rounded to the nearest double. kiroTest's bound must cover the points. */
+Point2 getProperCrossing(KiroTest& kiroTest, const Point2& p1, const Point2& p2, const Point2& p3, const Point2& p4);
+
 } // namespace KIRO_VASK2D

@@ -61,4 +61,20 @@ private:
   std::string sourceName;
 };
 
+/** Silences a progress publisher for a nested piece of work whose steps
+ * the outer phase counts itself; the previous state comes back on exit. */
+class SuspendedProgress {
+public:
+  explicit SuspendedProgress(ProgressPublisher& progress_) : progress(progress_), bWasDisabled(progress_.isDisabled()) {
+    progress.setDisabled(true);
+  }
+  ~SuspendedProgress() { progress.setDisabled(bWasDisabled); }
+  SuspendedProgress(const SuspendedProgress&) = delete;
+  SuspendedProgress& operator=(const SuspendedProgress&) = delete;
+
+private:
+  ProgressPublisher& progress;
+  bool bWasDisabled;
+};
+
 } // namespace KIRO_VASK2D

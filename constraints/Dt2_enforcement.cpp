@@ -1,0 +1,348 @@
+// The two roads that make an alive constraint segment an edge of the mesh.
+//
+// Constrained: the triangles the segment crosses are taken out, the two
+// pseudo-polygons beside it are triangulated anew, and flips restore the
+// empty-circle property everywhere but across constraint edges. Division
+// happens only at vertices exactly on the segment and at crossings with
+// other constraints; one call finishes every leaf.
+//
+// Conforming: ordinary insertion only. One step finds the edge, splits at a
+// vertex exactly on the segment next to its source, or inserts the
+// midpoint; the apply loop repeats the steps until every piece stands.
+//
+// Whether an edge is a constraint is asked of the registry every time: the
+// moment a segment is alive its edge can't flip, and a suspended segment's
+// edge flips like any other. Both roads rely on that.
+#include "ConstraintGraph2.h"
+#include "ConstraintSegment2.h"
+#include "TriangleAroundVertexIterator.h"
+#include "constraints/ConstraintMgr.h"
+#include "core/Dt2.h"
+#include "kernel/SegmentIntersection.h"
+#include "kernel/tools.h"
+#include "freeFunctions.h"
+#include "support/Log.h"
+#include "support/VaskAssert.h"
+#include <algorithm>
+#include <cmath>
+
+namespace KIRO_VASK2D {
+
+// ---------------------------------------------------------------------------
+// The constrained road
+
+void Dt2::newCDT_applyOneCS(ConstraintSegment2* pInitialCSeg) {
+  VASK_ASSERT(pInitialCSeg->getCIS() == CIS_CONSTRAINED_DELAUNAY);
+  VASK_ASSERT(pInitialCSeg->isAlive());
+  if (*pInitialCSeg->getSrc() == *pInitialCSeg->getTrg()) {
+    logWarning("Dt2::newCDT_applyOneCS()", "Degenerate constraint, return");
+    return;
+  }
+  std::vector<ConstraintSegment2*> vWorkStack(1, pInitialCSeg);
+  while (!vWorkStack.empty()) {
+    ConstraintSegment2* pCSeg(vWorkStack.back());
+    vWorkStack.pop_back();
+    if (!pCSeg->isAlive()) {
+      pCSeg->getChildrenRec(vWorkStack);
+      continue;
+    }
+    if (*pCSeg->getSrc() == *pCSeg->getTrg()) {
+      logWarning("Dt2::newCDT_applyOneCS()", "Degenerate constraint (2), return");
+      continue;
+    }
+    applyOneLeaf(pCSeg, vWorkStack);
+  }
+}
+
+// A leaf on the work stack can have the other strategy: children are shared
+// between graphs, and a crossed conforming segment is divided like any other.
+// Each goes its own road; a conforming leaf does one step here, and the apply
+// loop completes it.
+void Dt2::applyOneLeaf(ConstraintSegment2* pCSeg, std::vector<ConstraintSegment2*>& vWorkStack) {
+  switch (pCSeg->getCIS()) {
+  case CIS_CONSTRAINED_DELAUNAY:
+    newCDT_insertOrSplit(pCSeg, vWorkStack);
+    return;
+  case CIS_CONFORMING_DELAUNAY:
+    insertSegmentConformingDelaunay(pCSeg);
+    return;
+  }
+  logError("Dt2::applyOneLeaf()", "Unknown CIS");
+  VASK_ASSERT(false);
+}
+
+void Dt2::newCDT_insertOrSplit(ConstraintSegment2* pCSeg, std::vector<ConstraintSegment2*>& vWorkStack) {
+  std::vector<std::pair<Point2, ConstraintSegment2*> > vPairIspCS;
+  Point2* pExistingVertex(newCDT_traverseCZ(pCSeg, vPairIspCS));
+  if (pExistingVertex == nullptr && vPairIspCS.empty()) return; // it stands
+  if (pExistingVertex != nullptr) {
+    VASK_ASSERT(vPairIspCS.empty());
+    VASK_ASSERT(pExistingVertex != pCSeg->getSrc());
+    VASK_ASSERT(pExistingVertex != pCSeg->getTrg());
+    pCSeg->split_combinatorialOnly(pExistingVertex);
+    pCSeg->getChildrenRec(vWorkStack);
+    return;
+  }
+  VASK_ASSERT(vPairIspCS.size() == 1);
+  const Point2 splitPoint(vPairIspCS[0].first);
+  ConstraintSegment2* pCrossingCSeg(vPairIspCS[0].second);
+  VASK_ASSERT(splitPoint != *pCrossingCSeg->getSrc() && splitPoint != *pCrossingCSeg->getTrg());
+  // Both segments are suspended while the crossing vertex goes in: neither
+  // edge is a constraint then, so insertion flips as it pleases and no
+  // split of a half-made tree can happen.
+  killAndUnestablishConstraintSegment(pCrossingCSeg);
+  const bool bSplitSelf(splitPoint != *pCSeg->getSrc() && splitPoint != *pCSeg->getTrg());
+  if (bSplitSelf) killAndUnestablishConstraintSegment(pCSeg);
+  Point2* pNew(insert(splitPoint));
+  VASK_ASSERT(pNew != NULL);
+  // The rounded crossing may stand a little off both lines: the halves are
+  // established afresh, not assumed.
+  pCrossingCSeg->setAlive();
+  pCrossingCSeg->split_combinatorialOnly(pNew);
+  pCrossingCSeg->setDead();
+  pCrossingCSeg->getChildrenRec(vWorkStack);
+  if (bSplitSelf) {
+    pCSeg->setAlive();
+    pCSeg->split_combinatorialOnly(pNew);
+    pCSeg->setDead();
+    pCSeg->getChildrenRec(vWorkStack);
+  } else {
+    VASK_ASSERT(pCSeg->isAlive());
+    vWorkStack.push_back(pCSeg);
+  }
+}
+
+// The walk along pStart -> pStop. Every triangle it enters is crossed by the
+// open segment, so each corner of a crossed edge lies strictly on one side:
+// the left chain (lLeft) and the right chain (lRight) of the hole collect the
+// outer edges of the crossed triangles on either side. An entry (T, i) is the
+// edge of T opposite corner i, running from corner i+1 to corner i+2 with T
+// on its left: the right chain runs from pStart to pStop, the left one from
+// pStop's end back to pStart once reversed.
+Point2* Dt2::newCDT_traverseCZ(ConstraintSegment2* pCSeg,
+                               std::vector<std::pair<Point2, ConstraintSegment2*> >& vPairIspCS) {
+  vPairIspCS.clear();
+  Point2* pStart(pCSeg->getSrc());
+  Point2* pStop(pCSeg->getTrg());
+  VASK_ASSERT(pStart->getIncidentTriangle() != NULL);
+  VASK_ASSERT(pStop->getIncidentTriangle() != NULL);
+  if (*pStart == *pStop) {
+    logWarning("Dt2::newCDT_traverseCZ()", "degenerate constraint segment, nothing to do");
+    return nullptr;
+  }
+  // The first triangle: the one whose angle at pStart holds the direction
+  // to pStop strictly, unless the edge exists or a neighbour of pStart lies
+  // on the segment.
+  Triangle2* pT(nullptr);
+  int ici(-1);
+  TriangleAroundVertexIterator start(pStart), it(pStart);
+  do {
+    Triangle2* pCand(*it);
+    ++it;
+    if (pCand == nullptr) continue;
+    const int i(pCand->getIntraTriangleIndex(pStart));
+    Point2* p1(pCand->getCorner(incIndexBy1(i)));
+    Point2* p2(pCand->getCorner(incIndexBy2(i)));
+    if (p1 == pStop || p2 == pStop) return nullptr;
+    const Orientation2 ori1(kiroTest.getOrientation2(pStart, pStop, p1));
+    const Orientation2 ori2(kiroTest.getOrientation2(pStart, pStop, p2));
+    VASK_ASSERT(ori1 != ORIENTATION2_COLLINEAR || ori2 != ORIENTATION2_COLLINEAR);
+    if (ori1 == ORIENTATION2_COLLINEAR && ori2 == ORIENTATION2_CCW) return p1;
+    if (ori2 == ORIENTATION2_COLLINEAR && ori1 == ORIENTATION2_CW) return p2;
+    if (ori1 == ORIENTATION2_CW && ori2 == ORIENTATION2_CCW) {
+      pT = pCand;
+      ici = i;
+      break;
+    }
+  } while (it != start);
+  VASK_ASSERT(pT != NULL && "first crossed triangle");
+
+  vPolyLeft.clear();
+  vPolyRight.clear();
+  vCrossedT.clear();
+  vPolyLeft.emplace_back(pT, incIndexBy1(ici));
+  vPolyRight.emplace_back(pT, incIndexBy2(ici));
+  vCrossedT.push_back(pT);
+  int cross(ici);
+  for (;;) {
+    Triangle2* pNextT(pT->getOppositeTriangle(cross));
+    VASK_ASSERT(pNextT != NULL);
+    vCrossedT.push_back(pNextT);
+    const int nextIci(pNextT->getIntraTriangleIndex(pT));
+    if (isConstraintEdge(pT, cross)) {
+      // Corner nextIci+1 of pNextT lies left of the segment, nextIci+2 right.
+      Point2* a(pNextT->getCorner(incIndexBy1(nextIci)));
+      Point2* b(pNextT->getCorner(incIndexBy2(nextIci)));
+      const Point2 pos(getProperCrossing(kiroTest, *pStart, *pStop, *a, *b));
+      if (pos == *a) return a;
+      if (pos == *b) return b;
+      if (!approxHasOn(*pStart, *pStop, pos) || !approxHasOn(*a, *b, pos))
+        logWarning("Dt2::treatConstraintZone()", "intersection point of two constraints has bad numerica accuracy!");
+      ConstraintSegment2* pCrossConstraintSegment(getConstraintMgr()->getConstraintSegment(a, b));
+      VASK_ASSERT(pCrossConstraintSegment != NULL);
+      vPairIspCS.emplace_back(pos, pCrossConstraintSegment);
+      return nullptr;
+    }
+    Point2* pOpp(pNextT->getCorner(nextIci));
+    const Orientation2 o(kiroTest.getOrientation2(pStart, pStop, pOpp));
+    if (o == ORIENTATION2_COLLINEAR) {
+      if (pOpp != pStop) return pOpp;
+      vPolyLeft.emplace_back(pNextT, incIndexBy2(nextIci));
+      vPolyRight.emplace_back(pNextT, incIndexBy1(nextIci));
+      break;
+    }
+    if (o == ORIENTATION2_CCW) {
+      vPolyLeft.emplace_back(pNextT, incIndexBy2(nextIci));
+      cross = incIndexBy1(nextIci);
+    } else {
+      vPolyRight.emplace_back(pNextT, incIndexBy1(nextIci));
+      cross = incIndexBy2(nextIci);
+    }
+    pT = pNextT;
+  }
+
+  // Both sides anew; their last triangles meet along the segment (edge 1).
+  vCdtNewT.clear();
+  Triangle2* pRightT(retriangulatePolygon(vPolyRight, vCdtNewT));
+  std::reverse(vPolyLeft.begin(), vPolyLeft.end());
+  Triangle2* pLeftT(retriangulatePolygon(vPolyLeft, vCdtNewT));
+  linkPair(pRightT, 1, pLeftT, 1);
+  // Every corner of a crossed triangle is a corner of a new one, which
+  // points it at a live triangle; the crossed ones can go. Dead triangles
+  // have no corners (the pool's listing relies on that).
+  for (Triangle2* pDead : vCrossedT) {
+    pDead->clearProperties();
+    vDeadT.push_back(pDead);
+  }
+  restoreDelaunay(vCdtNewT);
+  return nullptr;
+}
+
+// Ear cutting on a pseudo-polygon. The crossed triangles serve as
+// placeholders: an entry's triangle holds, in the slot of its edge, the
+// neighbour outside the hole (null at the hull), and when an ear (p0, p1,
+// p2) is cut over entries b0 = p0p1 and b1 = p1p2, b0's placeholder takes
+// p2 as its corner (no incident pointer is written: the placeholder dies)
+// and the ear as its outer neighbour, so b0 now stands for p0p2. A cut
+// removes one entry; the polygon is edge-visible from the segment, so some
+// pair of neighbouring entries always forms an ear, and one entry remains,
+// whose last ear has edge 1 on the segment.
+Triangle2* Dt2::retriangulatePolygon(std::vector<PolyEdge>& vPolygon, std::vector<Triangle2*>& vNewT) {
+  VASK_ASSERT(vPolygon.size() > 1);
+  Triangle2* pLastNew(nullptr);
+  size_t numEntries(vPolygon.size());
+  while (numEntries > 1) {
+    // One sweep as a stack: each entry is pushed, and ears are cut at the
+    // top as long as there are any.
+    size_t top(0); // vPolygon[0..top] is the stack
+    bool bCut(false);
+    for (size_t k = 1; k < numEntries; ++k) {
+      vPolygon[++top] = vPolygon[k];
+      while (top >= 1) {
+        PolyEdge& b0(vPolygon[top - 1]);
+        const PolyEdge& b1(vPolygon[top]);
+        Triangle2* pT0(b0.first);
+        Triangle2* pT1(b1.first);
+        Point2* p0(pT0->getCorner(incIndexBy1(b0.second)));
+        Point2* p1(pT0->getCorner(incIndexBy2(b0.second)));
+        Point2* p2(pT1->getCorner(incIndexBy2(b1.second)));
+        VASK_ASSERT(p1 == pT1->getCorner(incIndexBy1(b1.second)));
+        if (kiroTest.getOrientation2(p0, p1, p2) != ORIENTATION2_CCW) break;
+        const OuterLink opp0(readOuter(pT0, b0.second));
+        const OuterLink opp1(readOuter(pT1, b1.second));
+        Triangle2* pNew(createTriangle(p0, p1, p2));
+        vNewT.push_back(pNew);
+        pNew->setOppTriangle(2, opp0.pT);
+        relink(opp0, pNew);
+        pNew->setOppTriangle(0, opp1.pT);
+        relink(opp1, pNew);
+        pT0->setVertexPointer(incIndexBy2(b0.second), p2);
+        linkPair(pT0, b0.second, pNew, 1);
+        pLastNew = pNew;
+        bCut = true;
+        --top;
+      }
+    }
+    numEntries = top + 1;
+    // An edge-visible polygon always has an ear; none means a broken chain.
+    VASK_ASSERT(bCut || numEntries == 1);
+  }
+  return pLastNew;
+}
+
+void Dt2::restoreDelaunay(std::vector<Triangle2*>& vT) {
+  // Rounds over the list; a flipped triangle leaves its other edges to the
+  // next round, where both triangles of the flip are tried again.
+  while (!vT.empty()) {
+    vRestoreNextT.clear();
+    for (Triangle2* pT : vT) {
+      for (int i = 0; i < 3; ++i) {
+        if (!mustFlip(pT, i, false)) continue;
+        Triangle2* pN(pT->getOppositeTriangle(i));
+        flip(pT, i);
+        vRestoreNextT.push_back(pT);
+        vRestoreNextT.push_back(pN);
+        break;
+      }
+    }
+    vT.swap(vRestoreNextT);
+  }
+}
+
+void Dt2::killAndUnestablishConstraintSegment(ConstraintSegment2* pCSeg) {
+  pCSeg->setDead();
+  Point2* p0(pCSeg->getSrc());
+  Point2* p1(pCSeg->getTrg());
+  if (p0->getIncidentTriangle() == nullptr || p1->getIncidentTriangle() == nullptr) return;
+  Triangle2* pT(getAdjacentTriangle(p0, p1));
+  if (pT == nullptr) pT = getAdjacentTriangle(p1, p0);
+  if (pT == nullptr) return;
+  // p0 at corner k and p1 at k+1, or the other way round: the edge is
+  // opposite the third corner either way.
+  const int i(3 - pT->getIntraTriangleIndex(p0) - pT->getIntraTriangleIndex(p1));
+  Triangle2* pN(pT->getOppositeTriangle(i));
+  if (pN == nullptr) return;
+  std::vector<std::pair<Triangle2*, int> > vWork;
+  vWork.emplace_back(pT, i);
+  vWork.emplace_back(pN, pN->getIntraTriangleIndex(pT));
+  flipUntilDelaunay(vWork);
+}
+
+// ---------------------------------------------------------------------------
+// The conforming road
+
+void Dt2::insertSegmentConformingDelaunay(ConstraintSegment2* pCSeg) {
+  VASK_ASSERT(pCSeg->getCIS() == CIS_CONFORMING_DELAUNAY);
+  VASK_ASSERT(pCSeg->isAlive());
+  Point2* pSrc(pCSeg->getSrc());
+  Point2* pTrg(pCSeg->getTrg());
+  std::vector<Point2*> vAdj;
+  getIncidentVertices(pSrc, vAdj);
+  std::sort(vAdj.begin(), vAdj.end());
+  vAdj.erase(std::unique(vAdj.begin(), vAdj.end()), vAdj.end());
+  if (std::binary_search(vAdj.begin(), vAdj.end(), pTrg)) return; // it stands
+  for (Point2* p : vAdj) {
+    if (kiroTest.getOrientation2(pSrc, pTrg, p) == ORIENTATION2_COLLINEAR && strictlyBetween(*pSrc, *pTrg, *p)) {
+      pCSeg->split_combinatorialOnly(p);
+      return;
+    }
+  }
+  // The width test: below one unit in the last place at the largest
+  // coordinate no double lies between the ends, and a midpoint that rounds
+  // to an end can't divide the segment either.
+  const double eps(getUlp(kiroTest.getMaxCoord()));
+  const Point2 mid(centerWithShift(*pSrc, *pTrg));
+  if ((std::fabs(pSrc->x() - pTrg->x()) < eps && std::fabs(pSrc->y() - pTrg->y()) < eps) || mid == *pSrc ||
+      mid == *pTrg) {
+    logWarning("Dt2::insertSegmentConformingDelaunay()",
+               "Double precision arithmetic does not allow to split a segment further, giving up. Incorrect result!");
+    return;
+  }
+  // An edge of another constraint under the midpoint is split by the
+  // insertion itself; this segment has no edge yet and stays alive.
+  Point2* pSplitPoint(insert(mid));
+  VASK_ASSERT(pSplitPoint != pCSeg->getSrc());
+  pCSeg->split_combinatorialOnly(pSplitPoint);
+}
+
+} // namespace KIRO_VASK2D

@@ -1,12 +1,15 @@
 // The main job of the library on an embedded default: one million random
-// points are triangulated on every core of the machine, the result is validated (including the
-// empty-circle property of every edge) and described. A triangulation of
-// the first 3000 points is drawn to "vask2d_demo.ps".
+// points are triangulated on every core of the machine, then 10,000 short
+// constraint segments that cross each other are forced into the mesh. The
+// result is validated (every constraint an edge, the empty-circle property
+// of every other edge) and described. A triangulation of the first 3000
+// points with crossing constraints is drawn to "vask2d_demo.ps".
 //
 // Usage: vask2d_demo [numPoints]
 #include <Vask_2D.h>
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <iostream>
 #include <random>
@@ -28,6 +31,18 @@ public:
     if (value >= 1.0) std::cout << std::endl;
   }
 };
+
+// Segments of the given length at random places and in random directions
+// inside the square 0..100.
+std::vector<Segment2> randomSegments(std::mt19937_64& gen, long num, double length) {
+  std::uniform_real_distribution<double> place(length, 100.0 - length), angle(0.0, 6.283185307179586);
+  std::vector<Segment2> vSegments;
+  for (long i = 0; i < num; ++i) {
+    const double x(place(gen)), y(place(gen)), a(angle(gen));
+    vSegments.emplace_back(Point2(x, y), Point2(x + length * std::cos(a), y + length * std::sin(a)));
+  }
+  return vSegments;
+}
 
 } // namespace
 
@@ -65,9 +80,22 @@ int main(int argc, char** argv) {
 
   std::cout << "Triangulated " << dt.numberOfPoints() << " points into " << dt.numberOfTriangles()
             << " triangles in " << seconds << " s" << std::endl;
+
+  // Short segments in random directions: their crossings become vertices.
+  const std::vector<Segment2> vSegments(randomSegments(gen, numPoints / 100, 2.0));
+  std::vector<Segment2> vConstraintInput(vSegments);
+  const unsigned numBefore(dt.numberOfPoints());
+  const auto t1(std::chrono::steady_clock::now());
+  dt.createConstraint(vConstraintInput, CIS_CONSTRAINED_DELAUNAY);
+  const double cSeconds(std::chrono::duration<double>(std::chrono::steady_clock::now() - t1).count());
+  std::vector<ConstraintSegment2*> vAlive;
+  dt.getAliveConstraintSegments(vAlive);
+  std::cout << "Forced " << vSegments.size() << " constraint segments into the mesh in " << cSeconds << " s: "
+            << (dt.numberOfPoints() - numBefore) << " new vertices (end points and crossings), " << vAlive.size()
+            << " constraint edges" << std::endl;
   const bool bValid(dt.checkValidity(true, "demo"));
   dt.statistics("demo");
-  std::cout << "\nResult: " << (bValid ? "valid Delaunay triangulation" : "INVALID triangulation") << ", "
+  std::cout << "\nResult: " << (bValid ? "valid constrained Delaunay triangulation" : "INVALID triangulation") << ", "
             << numPoints << " points, " << seconds << " s on " << numThreads
             << (numThreads == 1 ? " thread" : " threads") << std::endl;
 
@@ -76,9 +104,12 @@ int main(int argc, char** argv) {
   const size_t numPicturePoints(std::min<size_t>(vPoints.size(), 3000));
   Vask_2D smallDt;
   smallDt.insert(std::vector<Point2>(vPoints.begin(), vPoints.begin() + numPicturePoints));
+  std::vector<Segment2> vPictureSegments(randomSegments(gen, 25, 25.0));
+  smallDt.createConstraint(vPictureSegments, CIS_CONSTRAINED_DELAUNAY);
   const char* pictureName("vask2d_demo.ps");
   smallDt.show(pictureName, true);
-  std::cout << "Wrote a picture of the triangulation of the first " << smallDt.numberOfPoints() << " points ("
-            << smallDt.numberOfTriangles() << " triangles) to " << pictureName << std::endl;
+  std::cout << "Wrote a picture of the triangulation of the first " << numPicturePoints
+            << " points with 25 crossing constraints in red (" << smallDt.numberOfTriangles() << " triangles) to "
+            << pictureName << std::endl;
   return bValid ? 0 : 1;
 }

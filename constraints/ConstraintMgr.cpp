@@ -332,7 +332,10 @@ void ConstraintMgr::apply() {
         bDone = false;
         if (pCSeg->hasChildren()) pCSeg->getChildrenRec(vNext);
         progress.extend(4);
-      } else {
+      } else if (!pDt2->isEdgeOfMesh(pCSeg->getSrc(), pCSeg->getTrg())) {
+        // A standing segment keeps standing: its edge can't flip, and a
+        // vertex landing on it splits it into halves that are edges too. So
+        // only the ones still missing come round again.
         vNext.push_back(pCSeg);
         progress.extend(1);
       }

@@ -4,6 +4,7 @@
 // that make a segment an edge are in Dt2_enforcement.cpp.
 #include "constraints/ConstraintMgr.h"
 #include "core/Dt2.h"
+#include "TriangleAroundVertexIterator.h"
 #include "support/Log.h"
 #include <algorithm>
 
@@ -85,12 +86,25 @@ void Dt2::getAliveAndDeadConstraintSegments(std::vector<ConstraintSegment2*>& vO
   if (pConstraintMgr != nullptr) pConstraintMgr->getAliveAndDeadConstraintSegments(vOut);
 }
 
+// Around p0 without collecting anything: asked for every segment in every
+// round of the apply loop.
+bool Dt2::isEdgeOfMesh(Point2* p0, Point2* p1) const {
+  if (p0->getIncidentTriangle() == nullptr) return false;
+  TriangleAroundVertexIterator start(p0), it(p0);
+  do {
+    const Triangle2* pT(*it);
+    ++it;
+    if (pT != nullptr && pT->hasVertex(p1)) return true;
+  } while (it != start);
+  return false;
+}
+
 void Dt2::countConstraintEdges(size_t& numContained, std::vector<ConstraintSegment2*>& vMissing) const {
   numContained = 0;
   std::vector<ConstraintSegment2*> vAlive;
   getAliveConstraintSegments(vAlive);
   for (ConstraintSegment2* pCSeg : vAlive) {
-    if (isAdjacent(pCSeg->getSrc(), pCSeg->getTrg())) ++numContained;
+    if (isEdgeOfMesh(pCSeg->getSrc(), pCSeg->getTrg())) ++numContained;
     else vMissing.push_back(pCSeg);
   }
 }

@@ -86,25 +86,27 @@ void Dt2::newCDT_insertOrSplit(ConstraintSegment2* pCSeg, std::vector<Constraint
   VASK_ASSERT(vPairIspCS.size() == 1);
   const Point2 splitPoint(vPairIspCS[0].first);
   ConstraintSegment2* pCrossingCSeg(vPairIspCS[0].second);
-  VASK_ASSERT(splitPoint != *pCrossingCSeg->getSrc() && splitPoint != *pCrossingCSeg->getTrg());
-  // Both segments are suspended while the crossing vertex goes in: neither
-  // edge is a constraint then, so insertion flips as it pleases and no
-  // split of a half-made tree can happen.
-  killAndUnestablishConstraintSegment(pCrossingCSeg);
-  const bool bSplitSelf(splitPoint != *pCSeg->getSrc() && splitPoint != *pCSeg->getTrg());
-  if (bSplitSelf) killAndUnestablishConstraintSegment(pCSeg);
+  Point2* a(pCrossingCSeg->getSrc());
+  Point2* b(pCrossingCSeg->getTrg());
+  VASK_ASSERT(splitPoint != *a && splitPoint != *b);
+  // The crossing goes in while the crossed segment still stands: insertion
+  // never flips its edge, and splits it by itself when the rounded crossing
+  // lies exactly on it. Otherwise the crossing lands within a unit in the
+  // last place of the edge, mostly in a triangle beside it, and the tree is
+  // split here. The crossed edge, no longer a constraint, is then the one
+  // edge whose legality changed: a flip sweep from it restores the
+  // constrained empty-circle property. pCSeg stands nowhere yet, so nothing
+  // in the mesh depends on it.
+  pLastVertex = a; // a close start for the insertion's walk
   Point2* pNew(insert(splitPoint));
   VASK_ASSERT(pNew != NULL);
+  if (pCrossingCSeg->isAlive()) pCrossingCSeg->split_combinatorialOnly(pNew);
+  sweepFormerConstraintEdge(a, b);
   // The rounded crossing may stand a little off both lines: the halves are
   // established afresh, not assumed.
-  pCrossingCSeg->setAlive();
-  pCrossingCSeg->split_combinatorialOnly(pNew);
-  pCrossingCSeg->setDead();
   pCrossingCSeg->getChildrenRec(vWorkStack);
-  if (bSplitSelf) {
-    pCSeg->setAlive();
+  if (splitPoint != *pCSeg->getSrc() && splitPoint != *pCSeg->getTrg()) {
     pCSeg->split_combinatorialOnly(pNew);
-    pCSeg->setDead();
     pCSeg->getChildrenRec(vWorkStack);
   } else {
     VASK_ASSERT(pCSeg->isAlive());
@@ -291,8 +293,14 @@ void Dt2::restoreDelaunay(std::vector<Triangle2*>& vT) {
 
 void Dt2::killAndUnestablishConstraintSegment(ConstraintSegment2* pCSeg) {
   pCSeg->setDead();
-  Point2* p0(pCSeg->getSrc());
-  Point2* p1(pCSeg->getTrg());
+  sweepFormerConstraintEdge(pCSeg->getSrc(), pCSeg->getTrg());
+}
+
+// The edge (p0, p1), if it stands, is no constraint any more: it and every
+// edge its flips create are made locally Delaunay, as far as other
+// constraints permit. Other edges keep their state: local legality depends
+// only on the two triangles at an edge.
+void Dt2::sweepFormerConstraintEdge(Point2* p0, Point2* p1) {
   if (p0->getIncidentTriangle() == nullptr || p1->getIncidentTriangle() == nullptr) return;
   Triangle2* pT(getAdjacentTriangle(p0, p1));
   if (pT == nullptr) pT = getAdjacentTriangle(p1, p0);
@@ -302,10 +310,10 @@ void Dt2::killAndUnestablishConstraintSegment(ConstraintSegment2* pCSeg) {
   const int i(3 - pT->getIntraTriangleIndex(p0) - pT->getIntraTriangleIndex(p1));
   Triangle2* pN(pT->getOppositeTriangle(i));
   if (pN == nullptr) return;
-  std::vector<std::pair<Triangle2*, int> > vWork;
-  vWork.emplace_back(pT, i);
-  vWork.emplace_back(pN, pN->getIntraTriangleIndex(pT));
-  flipUntilDelaunay(vWork);
+  vKillWork.clear();
+  vKillWork.emplace_back(pT, i);
+  vKillWork.emplace_back(pN, pN->getIntraTriangleIndex(pT));
+  flipUntilDelaunay(vKillWork);
 }
 
 // ---------------------------------------------------------------------------
@@ -316,17 +324,24 @@ void Dt2::insertSegmentConformingDelaunay(ConstraintSegment2* pCSeg) {
   VASK_ASSERT(pCSeg->isAlive());
   Point2* pSrc(pCSeg->getSrc());
   Point2* pTrg(pCSeg->getTrg());
-  std::vector<Point2*> vAdj;
-  getIncidentVertices(pSrc, vAdj);
-  std::sort(vAdj.begin(), vAdj.end());
-  vAdj.erase(std::unique(vAdj.begin(), vAdj.end()), vAdj.end());
-  if (std::binary_search(vAdj.begin(), vAdj.end(), pTrg)) return; // it stands
-  for (Point2* p : vAdj) {
-    if (kiroTest.getOrientation2(pSrc, pTrg, p) == ORIENTATION2_COLLINEAR && strictlyBetween(*pSrc, *pTrg, *p)) {
-      pCSeg->split_combinatorialOnly(p);
-      return;
+  if (isEdgeOfMesh(pSrc, pTrg)) return; // it stands
+  TriangleAroundVertexIterator start(pSrc), it(pSrc);
+  // At most one neighbour of the source lies strictly inside the segment: a
+  // second one on the same ray would stand behind the first, and no edge
+  // passes through a vertex.
+  do {
+    const Triangle2* pT(*it);
+    ++it;
+    if (pT == nullptr) continue;
+    // Both far corners: at a hull vertex one neighbour is corner i+2 only.
+    const int i(pT->getIntraTriangleIndex(pSrc));
+    for (Point2* p : {pT->getCorner(incIndexBy1(i)), pT->getCorner(incIndexBy2(i))}) {
+      if (kiroTest.getOrientation2(pSrc, pTrg, p) == ORIENTATION2_COLLINEAR && strictlyBetween(*pSrc, *pTrg, *p)) {
+        pCSeg->split_combinatorialOnly(p);
+        return;
+      }
     }
-  }
+  } while (it != start);
   // The width test: below one unit in the last place at the largest
   // coordinate no double lies between the ends, and a midpoint that rounds
   // to an end can't divide the segment either.
@@ -340,6 +355,7 @@ void Dt2::insertSegmentConformingDelaunay(ConstraintSegment2* pCSeg) {
   }
   // An edge of another constraint under the midpoint is split by the
   // insertion itself; this segment has no edge yet and stays alive.
+  pLastVertex = pSrc;
   Point2* pSplitPoint(insert(mid));
   VASK_ASSERT(pSplitPoint != pCSeg->getSrc());
   pCSeg->split_combinatorialOnly(pSplitPoint);

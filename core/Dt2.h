@@ -114,6 +114,8 @@ public:
   /** Counts the alive segments that stand (or not) as edges; used by
    * checkValidity, which also draws the missing ones. */
   void countConstraintEdges(size_t& numContained, std::vector<ConstraintSegment2*>& vMissing) const;
+  /** Whether an edge joins the two vertices; no allocation. */
+  bool isEdgeOfMesh(Point2* p0, Point2* p1) const;
 
   /** The constrained road: pInitialCSeg and every leaf it or a crossing
    * produces stand in the mesh when it returns. */
@@ -310,6 +312,8 @@ private:
   // Working sets of the constrained road, kept to avoid allocation per segment
   std::vector<PolyEdge> vPolyLeft, vPolyRight;
   std::vector<Triangle2*> vCrossedT, vCdtNewT, vRestoreNextT;
+  std::vector<std::pair<Triangle2*, int> > vKillWork;
+  void sweepFormerConstraintEdge(Point2* p0, Point2* p1);
   /** Set only while triangles are cut in; insertion then flips nothing but
    * zero-area triangles at the hull. */
   bool bSuppressFlips;

@@ -67,7 +67,9 @@ void ConstraintMgr::updateConstraintSegment(ConstraintSegment2* pParentCSeg, Con
 
 void ConstraintMgr::manageHash(ConstraintSegment2* pCSeg) {
   if (vHashBits.empty()) {
-    if (pDt2->numberOfPoints() < MIN_VERTICES_FOR_FILTER) return;
+    // Records, not a count of the active vertices: this is asked on every
+    // query while the filter is missing, so it must cost nothing.
+    if (pDt2->getVertexVault().numberOfRecords() < MIN_VERTICES_FOR_FILTER) return;
     vHashBits.assign(HASH_BITS / 64, 0);
     tVertices.forEach([this](Point2* pVtx) {
       VASK_ASSERT(vertexHash(pVtx) < HASH_BITS);
@@ -308,15 +310,26 @@ void ConstraintMgr::apply() {
   getAliveConstraintSegments(vCSeg);
   ProgressPublisher& progress(pDt2->getProgress());
   progress.start("apply", static_cast<unsigned>(vCSeg.size()));
+  // Conforming segments closer to each other (or to a vertex) than to their
+  // own length need vertices in proportion to that ratio: near-parallel
+  // neighbours a few units in the last place apart would fill memory long
+  // before 500 rounds. The vertices this loop may add are bounded as well.
+  const size_t maxNewVertices(std::max<size_t>(100000, 20 * vCSeg.size()));
+  const size_t numVerticesBefore(pDt2->getVertexVault().numberOfRecords());
   int iterations(500);
+  bool bOutOfBudget(false);
   for (;;) {
-    if (--iterations == 0) {
+    if (--iterations == 0 || bOutOfBudget) {
       logWarning("ConstraintMgr::apply()", "insufficient numeric accuracy, need to skip last insertions");
       break;
     }
     bool bDone(true);
     vNext.clear();
     for (ConstraintSegment2* pCSeg : vCSeg) {
+      if (pDt2->getVertexVault().numberOfRecords() - numVerticesBefore > maxNewVertices) {
+        bOutOfBudget = true;
+        break;
+      }
       progress.advance(1);
       if (!pCSeg->isAlive()) {
         if (!pCSeg->hasChildren()) continue;

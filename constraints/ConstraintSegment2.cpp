@@ -20,7 +20,7 @@ uint32_t labelCounter(0);
 
 ConstraintSegment2::ConstraintSegment2(Point2* p0_, Point2* p1_, ConstraintInsertionStrategy cis_)
     : label(labelCounter++), cis(static_cast<uint8_t>(cis_)), bAlive(true), pOwner0(nullptr),
-      pMoreOwners(nullptr), p0(p0_), p1(p1_), adjacentArea(std::numeric_limits<double>::max()) {
+      pMoreOwners(nullptr), p0(p0_), p1(p1_), pRoot(this), adjacentArea(std::numeric_limits<double>::max()) {
   VASK_ASSERT(p0 < p1);
   aChildren[0] = aChildren[1] = nullptr;
 }
@@ -74,6 +74,10 @@ bool ConstraintSegment2::split_combinatorialOnly(Point2* pSplit) {
   ConstraintSegment2* pKid1(pMgr->addConstraintSegment(p1, pSplit, getCIS()));
   aChildren[0] = pKid0;
   aChildren[1] = pKid1;
+  // A child made just now (no owner yet) descends from this segment's root;
+  // a shared child that existed already keeps the root it has.
+  if (!pKid0->hasOwners()) pKid0->pRoot = pRoot;
+  if (!pKid1->hasOwners()) pKid1->pRoot = pRoot;
 
   std::vector<ConstraintGraph2*> vOwners;
   getOwners(vOwners);

@@ -95,8 +95,12 @@ void Dt2::newCDT_insertOrSplit(ConstraintSegment2* pCSeg, std::vector<Constraint
   // last place of the edge, mostly in a triangle beside it, and the tree is
   // split here. The crossed edge, no longer a constraint, is then the one
   // edge whose legality changed: a flip sweep from it restores the
-  // constrained empty-circle property. pCSeg stands nowhere yet, so nothing
-  // in the mesh depends on it.
+  // constrained empty-circle property.
+  // pCSeg stands nowhere yet but is suspended all the same: flips around the
+  // new vertex may make its edge, which must not become a protected edge
+  // that the split below would leave unprotected and perhaps illegal.
+  const bool bSplitSelf(splitPoint != *pCSeg->getSrc() && splitPoint != *pCSeg->getTrg());
+  if (bSplitSelf) pCSeg->setDead();
   pLastVertex = a; // a close start for the insertion's walk
   Point2* pNew(insert(splitPoint));
   VASK_ASSERT(pNew != NULL);
@@ -105,7 +109,8 @@ void Dt2::newCDT_insertOrSplit(ConstraintSegment2* pCSeg, std::vector<Constraint
   // The rounded crossing may stand a little off both lines: the halves are
   // established afresh, not assumed.
   pCrossingCSeg->getChildrenRec(vWorkStack);
-  if (splitPoint != *pCSeg->getSrc() && splitPoint != *pCSeg->getTrg()) {
+  if (bSplitSelf) {
+    pCSeg->setAlive();
     pCSeg->split_combinatorialOnly(pNew);
     pCSeg->getChildrenRec(vWorkStack);
   } else {
@@ -175,13 +180,13 @@ Point2* Dt2::newCDT_traverseCZ(ConstraintSegment2* pCSeg,
       // Corner nextIci+1 of pNextT lies left of the segment, nextIci+2 right.
       Point2* a(pNextT->getCorner(incIndexBy1(nextIci)));
       Point2* b(pNextT->getCorner(incIndexBy2(nextIci)));
-      const Point2 pos(getProperCrossing(kiroTest, *pStart, *pStop, *a, *b));
+      ConstraintSegment2* pCrossConstraintSegment(getConstraintMgr()->getConstraintSegment(a, b));
+      VASK_ASSERT(pCrossConstraintSegment != NULL);
+      const Point2 pos(crossingOfConstraints(pCSeg, pCrossConstraintSegment));
       if (pos == *a) return a;
       if (pos == *b) return b;
       if (!approxHasOn(*pStart, *pStop, pos) || !approxHasOn(*a, *b, pos))
         logWarning("Dt2::treatConstraintZone()", "intersection point of two constraints has bad numerica accuracy!");
-      ConstraintSegment2* pCrossConstraintSegment(getConstraintMgr()->getConstraintSegment(a, b));
-      VASK_ASSERT(pCrossConstraintSegment != NULL);
       vPairIspCS.emplace_back(pos, pCrossConstraintSegment);
       return nullptr;
     }
@@ -218,6 +223,58 @@ Point2* Dt2::newCDT_traverseCZ(ConstraintSegment2* pCSeg,
   }
   restoreDelaunay(vCdtNewT);
   return nullptr;
+}
+
+// Where two constraint pieces cross. Pieces of split segments stand a
+// little off their user's line (every crossing vertex is rounded), so
+// rounding alone can make pieces cross again, and each new rounded vertex
+// could breed more: a bundle of nearly collinear constraints would never
+// settle. Two rules keep the number of crossing vertices bounded by the
+// number of pairs of user segments:
+// - when the two roots cross properly, the crossing is the crossing of the
+//   root lines, so every later crossing of pieces of the same two roots
+//   lands on the same position, which is the same vertex;
+// - otherwise (the roots cross only by rounding, or that position lies off
+//   the pieces) the pieces are split at an existing vertex: the end point of
+//   one piece that lies within the other's span, a few units in the last
+//   place from its line, and nearest to their crossing. A new vertex is made
+//   only when no such end point exists.
+Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2* pOther) {
+  const Point2 &p0(*pCSeg->getSrc()), &p1(*pCSeg->getTrg()), &q0(*pOther->getSrc()), &q1(*pOther->getTrg());
+  const ConstraintSegment2* pRoot0(pCSeg->getRoot());
+  const ConstraintSegment2* pRoot1(pOther->getRoot());
+  const Point2 &r0(*pRoot0->getSrc()), &r1(*pRoot0->getTrg()), &s0(*pRoot1->getSrc()), &s1(*pRoot1->getTrg());
+  const Orientation2 o0(kiroTest.getOrientation2(&r0, &r1, &s0)), o1(kiroTest.getOrientation2(&r0, &r1, &s1));
+  const Orientation2 o2(kiroTest.getOrientation2(&s0, &s1, &r0)), o3(kiroTest.getOrientation2(&s0, &s1, &r1));
+  const bool bRootsCross(o0 != ORIENTATION2_COLLINEAR && o1 != ORIENTATION2_COLLINEAR && o0 != o1 &&
+                         o2 != ORIENTATION2_COLLINEAR && o3 != ORIENTATION2_COLLINEAR && o2 != o3);
+  if (bRootsCross) {
+    const Point2 pos(getProperCrossing(kiroTest, r0, r1, s0, s1));
+    if (approxHasOn(p0, p1, pos) && approxHasOn(q0, q1, pos)) return pos;
+  }
+  const Point2 crossing(getProperCrossing(kiroTest, p0, p1, q0, q1));
+  // Such an end point must lie next to the other line, within a few units
+  // in the last place, or the split would bend the other piece visibly.
+  const double tolerance(8.0 * getUlp(std::max(std::max(p0.getMaxAbs(), p1.getMaxAbs()),
+                                               std::max(q0.getMaxAbs(), q1.getMaxAbs()))));
+  const Point2* pBest(nullptr);
+  double bestSqDist(0.0);
+  auto consider = [&](const Point2& end, const Point2& a, const Point2& b) {
+    if (!approxHasOn(a, b, end)) return;
+    const double dx(b.x() - a.x()), dy(b.y() - a.y());
+    const double cross(dx * (end.y() - a.y()) - dy * (end.x() - a.x()));
+    if (!(std::fabs(cross) <= tolerance * std::sqrt(dx * dx + dy * dy))) return;
+    const double d(sqDistance2D(end, crossing));
+    if (pBest == nullptr || d < bestSqDist) {
+      pBest = &end;
+      bestSqDist = d;
+    }
+  };
+  consider(p0, q0, q1);
+  consider(p1, q0, q1);
+  consider(q0, p0, p1);
+  consider(q1, p0, p1);
+  return pBest != nullptr ? *pBest : crossing;
 }
 
 // Ear cutting on a pseudo-polygon. The crossed triangles serve as

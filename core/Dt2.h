@@ -314,6 +314,7 @@ private:
   std::vector<Triangle2*> vCrossedT, vCdtNewT, vRestoreNextT;
   std::vector<std::pair<Triangle2*, int> > vKillWork;
   void sweepFormerConstraintEdge(Point2* p0, Point2* p1);
+  Point2 crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2* pOther);
   /** Set only while triangles are cut in; insertion then flips nothing but
    * zero-area triangles at the hull. */
   bool bSuppressFlips;

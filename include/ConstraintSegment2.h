@@ -106,7 +106,11 @@ private:
   ConstraintGraph2* getFirstOwner() const;
   bool hasOwners() const { return pOwner0 != nullptr; }
   bool hasChildren() const { return aChildren[0] != nullptr; }
-  // 64 bytes on a 64-bit platform. The owner set is one inline pointer for
+  /** The user's segment this one descends from: itself for a root, the
+   * root of the parent for a child made by a split (a child that existed
+   * already keeps its own). Crossings are computed on root lines. */
+  ConstraintSegment2* getRoot() const { return pRoot; }
+  // 72 bytes on a 64-bit platform. The owner set is one inline pointer for
   // the usual single owner and a sorted heap vector from the second on; the
   // two children are inline (both null or both set).
   uint32_t label;
@@ -117,6 +121,7 @@ private:
   Point2* p0;
   Point2* p1;
   ConstraintSegment2* aChildren[2];
+  ConstraintSegment2* pRoot;
   double adjacentArea;
 };
 

@@ -523,8 +523,10 @@ void apply(Replay& r, const Op& op) {
     break;
   }
   }
+  // Constraint operations insert points too (ends, crossings, midpoints).
   if (r.bFast && (op.kind == OpKind::Insert || op.kind == OpKind::Batch || op.kind == OpKind::BatchHandles ||
-                  op.kind == OpKind::Array))
+                  op.kind == OpKind::Array || op.kind == OpKind::Constraint || op.kind == OpKind::Apply ||
+                  op.kind == OpKind::Split || op.kind == OpKind::MakeDelaunay))
     r.bFastLeftovers = true;
   if (r.dt.numberOfTriangles() == 0) r.bFastLeftovers = false;
   if (bRefusable) {

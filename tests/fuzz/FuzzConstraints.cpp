@@ -166,22 +166,6 @@ ConstraintSegment2* nearest(const std::vector<ConstraintSegment2*>& vCSeg, const
   return pBest;
 }
 
-// The inner and end vertices of every root's chain of a graph.
-std::set<const Point2*> chainVertices(const ConstraintGraph2* pCG) {
-  std::vector<ConstraintSegment2*> vRoots, vLeaves;
-  pCG->getOriginalConstraintSegments(vRoots);
-  for (ConstraintSegment2* pRoot : vRoots) {
-    if (pRoot->isAlive()) vLeaves.push_back(pRoot);
-    else pRoot->getChildrenRec(vLeaves);
-  }
-  std::set<const Point2*> s;
-  for (const ConstraintSegment2* p : vLeaves) {
-    s.insert(p->getSrc());
-    s.insert(p->getTrg());
-  }
-  return s;
-}
-
 struct SegmentCounts {
   std::size_t numAll = 0, numAlive = 0;
   explicit SegmentCounts(KIRO_VASK2D::Vask_2D& dt) {
@@ -228,6 +212,7 @@ void split(Replay& r, const Op& op) {
   const Point2 pos(op.arg == 1 ? *pCSeg->getSrc() : midpointOf(pCSeg));
   const Snapshot before(snapshot(r.dt));
   const SegmentCounts countsBefore(r.dt);
+  const std::set<const ConstraintSegment2*> sDeadBefore(vask_test::deadSegments(r.dt));
   Point2* pVtx(nullptr);
   if (op.arg == 2) {
     if (pCSeg->splitAndRemovePrev(pos)) {
@@ -250,7 +235,7 @@ void split(Replay& r, const Op& op) {
   if (pCSeg->isAlive()) r.fail("a split segment is still alive");
   if (!(*pVtx == pos)) r.fail("the split vertex is not at the position asked for");
   if (op.arg == 1) r.fail("a split at an end of the segment was not refused");
-  r.sPlaced.insert(pVtx);
+  vask_test::addNewlyDead(r.dt, sDeadBefore, r.sPlaced);
 }
 
 void splitDead(Replay& r, const Op& op) {
@@ -277,12 +262,10 @@ void splitDead(Replay& r, const Op& op) {
 void makeDelaunay(Replay& r, const Op& op) {
   if (r.vGraphs.empty()) return;
   ConstraintGraph2* pCG(r.vGraphs[static_cast<std::size_t>(op.arg) % r.vGraphs.size()]);
-  const std::set<const Point2*> sBefore(chainVertices(pCG));
+  const std::set<const ConstraintSegment2*> sDeadBefore(vask_test::deadSegments(r.dt));
   pCG->makeDelaunay(0.0);
-  // Its splits sit where makeDelaunay chose: at midpoints, foot points or
-  // nearby vertices.
-  for (const Point2* p : chainVertices(pCG))
-    if (!sBefore.count(p)) r.sPlaced.insert(p);
+  // Its splits sit where it chose: at midpoints, foot points or nearby vertices.
+  vask_test::addNewlyDead(r.dt, sDeadBefore, r.sPlaced);
   r.bConformingDirty = true;
 }
 
@@ -326,7 +309,7 @@ void checkStep(Replay& r) {
   options.bEmptyCircle = !r.bFastLeftovers;
   options.bRequireConstrainedEdges = !r.bPending;
   options.bRequireConformingEdges = !r.bPending && !r.bConformingDirty;
-  options.sPlacedVertices = r.sPlaced;
+  options.sPlacedSplits = r.sPlaced;
   const vask_test::ConstraintCheck c(vask_test::checkConstraints(r.dt, r.vGraphs, options));
   if (!c.ok) r.fail(c.firstKind, c.firstError + "; " + std::to_string(c.numErrors) + " errors");
   Outcome& o(r.outcome);

@@ -60,11 +60,11 @@ struct Replay {
   // Constraints: the graphs made; whether some segment may be out of the
   // mesh because it was made (or the mesh lost its area) without area and
   // nothing applied it since; whether conforming pieces may wait for
-  // applyConstraintsAndZones; the split vertices placed by the case.
+  // applyConstraintsAndZones; the segments split where the case chose.
   std::vector<KIRO_VASK2D::ConstraintGraph2*> vGraphs;
   bool bPending = false;
   bool bConformingDirty = false;
-  std::set<const KIRO_VASK2D::Point2*> sPlaced;
+  std::set<const KIRO_VASK2D::ConstraintSegment2*> sPlaced;
   Outcome outcome;
 
   void fail(const std::string& kind, const std::string& detail = std::string()) {

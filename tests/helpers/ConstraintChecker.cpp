@@ -236,13 +236,12 @@ struct Checker {
         continue;
       }
       const Point2 &p(*s->getSrc()), &q(*s->getTrg());
-      bool bPlacedBelow(item.bPlaced);
+      bool bPlacedBelow(item.bPlaced || options.sPlacedSplits.count(s) != 0);
       if (exactOrientationSign(p, q, *v) == 0) {
         ++result.numExactSplits;
         if (exactDotSign(p, *v, *v, q) <= 0) result.fail("split vertex on the line but outside the segment", str(*v));
-      } else if (options.sPlacedVertices.count(v)) {
+      } else if (options.sPlacedSplits.count(s)) {
         ++result.numPlacedSplits;
-        bPlacedBelow = true;
       } else if (isCrossing(v, pRoot)) {
         ++result.numCrossingVertices;
         const double d(deviationUlps(p, q, *v));
@@ -259,7 +258,7 @@ struct Checker {
         result.fail("split vertex neither on its segment nor a crossing", str(*v) + " splits " + str(p) + " " +
                     str(q));
       }
-      if (!item.bPlaced && !options.sPlacedVertices.count(v)) {
+      if (!item.bPlaced && !options.sPlacedSplits.count(s)) {
         const double d(deviationUlps(*pRoot->getSrc(), *pRoot->getTrg(), *v));
         if (d > 0.0 && s->getCIS() == KIRO_VASK2D::CIS_CONSTRAINED_DELAUNAY) {
           result.maxCrossingRootUlps = std::max(result.maxCrossingRootUlps, d);
@@ -282,15 +281,17 @@ struct Checker {
       result.fail("getPolygonVertices returned an odd count");
       return;
     }
-    std::size_t numLeaves(0);
+    // The graph keeps one direction per segment: a leaf that two of its
+    // roots share (collinear overlaps, or near-concurrent crossings that
+    // round to the same two vertices) may run against one of them.
+    std::vector<ConstraintSegment2*> vAllLeaves;
     for (ConstraintSegment2* pRoot : vGraphRoots) {
-      std::vector<ConstraintSegment2*> v;
-      if (pRoot->isAlive()) ++numLeaves;
-      else {
-        pRoot->getChildrenRec(v);
-        numLeaves += v.size();
-      }
+      if (pRoot->isAlive()) vAllLeaves.push_back(pRoot);
+      else pRoot->getChildrenRec(vAllLeaves);
     }
+    const std::size_t numLeaves(vAllLeaves.size());
+    std::sort(vAllLeaves.begin(), vAllLeaves.end());
+    const bool bShared(std::adjacent_find(vAllLeaves.begin(), vAllLeaves.end()) != vAllLeaves.end());
     for (std::size_t i = 0; i < vPairs.size(); i += 2) {
       Point2 *s(vPairs[i]), *e(vPairs[i + 1]);
       ConstraintSegment2* pLeaf(dt.getConstraintSegment(s, e));
@@ -302,7 +303,7 @@ struct Checker {
         result.fail("getPolygonVertices lists a leaf against the graph's direction");
     }
     // With repeated roots the graph's own order is not visible from outside.
-    if (vPairs.size() / 2 != numLeaves) return;
+    if (vPairs.size() / 2 != numLeaves || bShared) return;
     std::size_t k(0);
     for (ConstraintSegment2* pRoot : vGraphRoots) {
       Point2* pStart(pCG->isReverse(pRoot) ? pRoot->getTrg() : pRoot->getSrc());
@@ -310,7 +311,9 @@ struct Checker {
       Point2* pAt(pStart);
       while (pAt != pEnd && k < vPairs.size()) {
         if (vPairs[k] != pAt) {
-          result.fail("getPolygonVertices does not run root by root in the graph's direction");
+          result.fail("getPolygonVertices does not run root by root in the graph's direction",
+                      "pair " + std::to_string(k / 2) + " starts at " + str(*vPairs[k]) + ", the chain of the root " +
+                          str(*pStart) + " " + str(*pEnd) + " is at " + str(*pAt));
           return;
         }
         pAt = vPairs[k + 1];
@@ -342,6 +345,21 @@ struct Checker {
 };
 
 } // namespace
+
+std::set<const ConstraintSegment2*> deadSegments(KIRO_VASK2D::Vask_2D& dt) {
+  std::vector<ConstraintSegment2*> vAll;
+  dt.getAliveAndDeadConstraintSegments(vAll);
+  std::set<const ConstraintSegment2*> s;
+  for (const ConstraintSegment2* p : vAll)
+    if (!p->isAlive()) s.insert(p);
+  return s;
+}
+
+void addNewlyDead(KIRO_VASK2D::Vask_2D& dt, const std::set<const ConstraintSegment2*>& sDeadBefore,
+                  std::set<const ConstraintSegment2*>& sPlaced) {
+  for (const ConstraintSegment2* p : deadSegments(dt))
+    if (!sDeadBefore.count(p)) sPlaced.insert(p);
+}
 
 ConstraintCheck checkConstraints(KIRO_VASK2D::Vask_2D& dt, const std::vector<ConstraintGraph2*>& vGraphs,
                                  const ConstraintCheckOptions& options) {

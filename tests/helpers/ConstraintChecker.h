@@ -48,11 +48,19 @@ struct ConstraintCheckOptions {
   /** The graphs given are all graphs: the registry's alive segments are
    * exactly their leaves. */
   bool bAllGraphs = true;
-  /** Split vertices whose position the caller chose (insertAndSplit,
-   * splitAndRemovePrev, makeDelaunay): they may lie anywhere, and the
-   * pieces beside them are measured against their own lines only. */
-  std::set<const KIRO_VASK2D::Point2*> sPlacedVertices;
+  /** Segments split at a position the caller chose (insertAndSplit,
+   * splitAndRemovePrev, makeDelaunay): their split vertex may lie anywhere,
+   * and the pieces below are measured against their own lines only. */
+  std::set<const KIRO_VASK2D::ConstraintSegment2*> sPlacedSplits;
 };
+
+/** The dead segments of the triangulation: the difference before and after
+ * a caller's split names the segments it split (with any crossings the new
+ * pieces made on their way). */
+std::set<const KIRO_VASK2D::ConstraintSegment2*> deadSegments(KIRO_VASK2D::Vask_2D& dt);
+/** Adds to sPlaced the segments dead now that were not dead before. */
+void addNewlyDead(KIRO_VASK2D::Vask_2D& dt, const std::set<const KIRO_VASK2D::ConstraintSegment2*>& sDeadBefore,
+                  std::set<const KIRO_VASK2D::ConstraintSegment2*>& sPlaced);
 
 struct ConstraintCheck {
   bool ok = true;
@@ -96,8 +104,8 @@ struct ConstraintCheck {
  * - each split vertex lies exactly on the segment it split, or is a
  *   crossing vertex (on the chain of a root of another line as well) within
  *   CROSSING_ULPS of that segment's line and CROSSING_ROOT_ULPS of its
- *   root's, or is a conforming midpoint within MIDPOINT_ULPS, or was placed
- *   by the caller;
+ *   root's, or is a conforming midpoint within MIDPOINT_ULPS, or the
+ *   segment was split by the caller;
  * - each graph's getPolygonVertices lists its leaves in its direction, root
  *   by root, and a polygon closes. */
 ConstraintCheck checkConstraints(KIRO_VASK2D::Vask_2D& dt, const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs,

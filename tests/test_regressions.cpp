@@ -83,6 +83,9 @@ TEST(FuzzCaseText, RoundTripsExactly) {
   EXPECT_FALSE(vask_fuzz::fromText("insert 1\n", bad, error));
   EXPECT_FALSE(vask_fuzz::fromText("twist 1 2\n", bad, error));
   EXPECT_FALSE(vask_fuzz::fromText("insert 1 x\n", bad, error));
+  EXPECT_FALSE(vask_fuzz::fromText("constraint 1 0 0 1 1 2 2\n", bad, error)); // half a segment
+  EXPECT_FALSE(vask_fuzz::fromText("split 0\n", bad, error));
+  EXPECT_TRUE(vask_fuzz::fromText("constraint 3\napply\nmakedelaunay 2\nsplitdead 0.5 0.5\n", bad, error)) << error;
 }
 
 // The checker itself, on hand-made meshes: without triangles it wants

@@ -1,4 +1,5 @@
 #include "fuzz/FuzzCase.h"
+#include "fuzz/FuzzReplay.h"
 #include "Vask_2D.h"
 #include "helpers/TestHelpers.h"
 #include <algorithm>
@@ -20,18 +21,8 @@ namespace vask_fuzz {
 
 namespace {
 
-typedef std::mt19937_64 Rng;
+using namespace detail;
 
-double uniform(Rng& rng, double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(rng); }
-int uniformInt(Rng& rng, int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); }
-bool chance(Rng& rng, double p) { return uniform(rng, 0.0, 1.0) < p; }
-
-// Moves v by k ulps, k in [-2, 2].
-double nudge(double v, int k) {
-  for (; k > 0; --k) v = std::nextafter(v, std::numeric_limits<double>::infinity());
-  for (; k < 0; ++k) v = std::nextafter(v, -std::numeric_limits<double>::infinity());
-  return v;
-}
 
 const double NON_REPRESENTABLE[] = {0.1, 1.0 / 3.0, 0.7, 2.0 / 7.0, 1.1, 0.01, 3.0 / 11.0};
 double nonRepresentable(Rng& rng) {
@@ -200,18 +191,7 @@ std::vector<Point2> uniformSquare(std::size_t n, Rng& rng) {
   return v;
 }
 
-Point2 badPoint(Rng& rng) {
-  const double bad[] = {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
-                        -std::numeric_limits<double>::infinity()};
-  const double b(bad[uniformInt(rng, 0, 2)]);
-  const int k(uniformInt(rng, 0, 2));
-  return Point2(k == 1 ? 0.5 : b, k == 0 ? 0.5 : b);
-}
 
-typedef std::pair<double, double> Key;
-// Equal points share one key; -0 and +0 are equal.
-Key keyOf(const Point2& p) { return Key(p.x() + 0.0, p.y() + 0.0); }
-bool isFinite(const Point2& p) { return std::isfinite(p.x()) && std::isfinite(p.y()); }
 
 } // namespace
 
@@ -242,7 +222,7 @@ std::vector<Point2> generateFamily(const std::string& family, std::size_t n, Rng
   return v;
 }
 
-Case generateCase(const std::string& family, std::uint64_t seed, std::size_t maxPoints) {
+Case generateCase(const std::string& family, std::uint64_t seed, std::size_t maxPoints, double constraintRate) {
   Rng rng(seed);
   Case c;
   c.family = family;
@@ -275,8 +255,52 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
     cpu.arg = uniformInt(rng, 2, 8);
     c.vOps.push_back(cpu);
   }
-  const int numOps(uniformInt(rng, 1, 30));
+  const bool bConstraints(chance(rng, constraintRate));
+  std::vector<Point2> vSegEnds; // the ends of every segment asked for, in pairs
+  const int numOps(uniformInt(rng, 1, bConstraints ? 40 : 30));
   for (int k = 0; k < numOps; ++k) {
+    if (bConstraints && (k == 0 || chance(rng, 0.35))) {
+      Op op;
+      const int w(k == 0 ? 0 : uniformInt(rng, 0, 99));
+      if (w < 45) {
+        op.kind = OpKind::Constraint;
+        op.arg = (chance(rng, 0.6) ? 1 : 0) | (chance(rng, 0.25) ? 2 : 0);
+        op.vPoints = constraintSet(vPool, rng);
+        for (std::size_t i = 0; i + 1 < op.vPoints.size(); i += 2) {
+          if (!isFinite(op.vPoints[i]) || !isFinite(op.vPoints[i + 1])) continue;
+          add(op.vPoints[i]);
+          add(op.vPoints[i + 1]);
+          vSegEnds.push_back(op.vPoints[i]);
+          vSegEnds.push_back(op.vPoints[i + 1]);
+        }
+      } else if (w < 57) {
+        op.kind = OpKind::Apply;
+      } else if (w < 85 && !vSegEnds.empty()) {
+        // A point on (or next to) a segment asked for: an insertion that
+        // lands on a constraint edge, or the choice of a segment to split.
+        const std::size_t i(2 * static_cast<std::size_t>(uniformInt(rng, 0, static_cast<int>(vSegEnds.size() / 2) - 1)));
+        static const double T[] = {0.5, 0.25, 0.75, 0.125};
+        const Point2 p(along(vSegEnds[i], vSegEnds[i + 1], T[uniformInt(rng, 0, 3)]));
+        const int how(uniformInt(rng, 0, 9));
+        if (how < 5) {
+          op.kind = OpKind::Insert;
+          add(p);
+        } else if (how < 9) {
+          op.kind = OpKind::Split;
+          op.arg = how == 8 ? uniformInt(rng, 1, 2) : 0;
+        } else {
+          op.kind = OpKind::SplitDead;
+        }
+        op.vPoints.push_back(p);
+      } else if (w < 92) {
+        op.kind = OpKind::MakeDelaunay;
+        op.arg = uniformInt(rng, 0, 7);
+      } else {
+        continue;
+      }
+      c.vOps.push_back(op);
+      continue;
+    }
     const int w(uniformInt(rng, 0, 99));
     Op op;
     if (w < 30) { // a run of single insertions
@@ -339,51 +363,6 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
 }
 
 namespace {
-
-// The state of the replay: the triangulation, a foreign one, and the model.
-struct Replay {
-  Vask_2D dt;
-  Vask_2D foreign;
-  Point2* pForeign = nullptr;
-  std::map<Key, Point2*> mLive; // a null handle: the vertex exists, its handle is not known yet
-  std::map<Key, Point2*> mDead;
-  bool bFast = false;
-  // Fast mode inserted something. Its flip loops keep an edge whose
-  // in-circle test doubles cannot decide, and later insertions and
-  // removals, which assume a Delaunay mesh, may then leave edges that are
-  // clearly not Delaunay: the mesh must stay valid, but the empty-circle
-  // test is off until the mesh is empty again.
-  bool bFastLeftovers = false;
-  Outcome outcome;
-
-  void fail(const std::string& kind, const std::string& detail = std::string()) {
-    if (!outcome.ok) return;
-    outcome.ok = false;
-    outcome.kind = kind;
-    outcome.message = detail.empty() ? kind : kind + " (" + detail + ")";
-    for (char& ch : outcome.message)
-      if (ch == '\n' || ch == '\r') ch = ' ';
-    while (outcome.message.find("  ") != std::string::npos) outcome.message.erase(outcome.message.find("  "), 1);
-  }
-};
-
-std::string str(const Point2& p) {
-  char buf[80];
-  std::snprintf(buf, sizeof buf, "%.17g %.17g", p.x(), p.y());
-  return buf;
-}
-
-struct Snapshot {
-  std::vector<vask_test::CanonicalTriangle> vT;
-  std::vector<Point2*> vV;
-};
-Snapshot snapshot(Vask_2D& dt) {
-  Snapshot s;
-  s.vT = vask_test::canonicalTriangles(dt);
-  dt.getVertexPointers(s.vV);
-  std::sort(s.vV.begin(), s.vV.end());
-  return s;
-}
 
 // A returned handle for the point p: at p, and the one every equal point has.
 void checkHandle(Replay& r, const Point2& p, Point2* h) {
@@ -500,6 +479,10 @@ void apply(Replay& r, const Op& op) {
     std::map<Key, Point2*>::iterator it(r.mLive.find(keyOf(op.vPoints[0])));
     if (it == r.mLive.end()) return; // its insertion was shrunk away
     Point2* h(it->second);
+    if (h != nullptr && r.dt.isConstraint(h)) {
+      removeConstraintVertex(r, h);
+      break;
+    }
     r.mLive.erase(it);
     r.mDead[keyOf(op.vPoints[0])] = h;
     r.dt.remove(h);
@@ -527,14 +510,23 @@ void apply(Replay& r, const Op& op) {
     r.dt.setFastMode(op.arg != 0);
     r.bFast = op.arg != 0;
     break;
+  case OpKind::Constraint:
+  case OpKind::Apply:
+  case OpKind::Split:
+  case OpKind::SplitDead:
+  case OpKind::MakeDelaunay:
+    applyConstraintOp(r, op);
+    break;
   case OpKind::Cpu: {
     const int got(r.dt.setNumCPU(op.arg));
     if (got != std::max(1, op.arg)) r.fail("setNumCPU returned another count", std::to_string(got));
     break;
   }
   }
+  // Constraint operations insert points too (ends, crossings, midpoints).
   if (r.bFast && (op.kind == OpKind::Insert || op.kind == OpKind::Batch || op.kind == OpKind::BatchHandles ||
-                  op.kind == OpKind::Array))
+                  op.kind == OpKind::Array || op.kind == OpKind::Constraint || op.kind == OpKind::Apply ||
+                  op.kind == OpKind::Split || op.kind == OpKind::MakeDelaunay))
     r.bFastLeftovers = true;
   if (r.dt.numberOfTriangles() == 0) r.bFastLeftovers = false;
   if (bRefusable) {
@@ -553,12 +545,7 @@ Outcome runCase(const Case& c, const std::function<void(std::size_t)>& onStep) {
     try {
       apply(r, c.vOps[i]);
       if (r.outcome.ok) checkModel(r);
-      if (r.outcome.ok) {
-        vask_test::ValidateOptions options;
-        options.bEmptyCircle = !r.bFastLeftovers;
-        const vask_test::Validation v(vask_test::validate(r.dt, options));
-        if (!v.ok) r.fail(v.firstError, std::to_string(v.numErrors) + " errors");
-      }
+      if (r.outcome.ok) checkStep(r);
     } catch (const KIRO_VASK2D::VaskException& e) {
       r.fail("VaskException", e.what());
     } catch (const std::exception& e) {
@@ -572,21 +559,39 @@ Outcome runCase(const Case& c, const std::function<void(std::size_t)>& onStep) {
 }
 
 namespace {
+// The text form of each kind: its name, whether a number follows, and how
+// many points it takes (an even count for constraint segments).
 const struct {
   OpKind kind;
   const char* name;
-} OP_NAMES[] = {{OpKind::Insert, "insert"},         {OpKind::Batch, "batch"},
-                {OpKind::BatchHandles, "batchh"},   {OpKind::Array, "array"},
-                {OpKind::Remove, "remove"},         {OpKind::RemoveDead, "removedead"},
-                {OpKind::RemoveNull, "removenull"}, {OpKind::RemoveForeign, "removeforeign"},
-                {OpKind::Locate, "locate"},         {OpKind::Fast, "fast"},
-                {OpKind::Cpu, "cpu"}};
-bool hasArg(OpKind k) { return k == OpKind::Fast || k == OpKind::Cpu; }
-bool hasPoints(OpKind k) { return !hasArg(k) && k != OpKind::RemoveNull && k != OpKind::RemoveForeign; }
+  bool bArg;
+  std::size_t minPoints, maxPoints;
+  bool bPairs;
+} OP_SPECS[] = {{OpKind::Insert, "insert", false, 1, 1, false},
+                {OpKind::Batch, "batch", false, 1, SIZE_MAX, false},
+                {OpKind::BatchHandles, "batchh", false, 1, SIZE_MAX, false},
+                {OpKind::Array, "array", false, 1, SIZE_MAX, false},
+                {OpKind::Remove, "remove", false, 1, 1, false},
+                {OpKind::RemoveDead, "removedead", false, 1, 1, false},
+                {OpKind::RemoveNull, "removenull", false, 0, 0, false},
+                {OpKind::RemoveForeign, "removeforeign", false, 0, 0, false},
+                {OpKind::Locate, "locate", false, 1, 1, false},
+                {OpKind::Fast, "fast", true, 0, 0, false},
+                {OpKind::Cpu, "cpu", true, 0, 0, false},
+                {OpKind::Constraint, "constraint", true, 0, SIZE_MAX, true},
+                {OpKind::Apply, "apply", false, 0, 0, false},
+                {OpKind::Split, "split", true, 1, 1, false},
+                {OpKind::SplitDead, "splitdead", false, 1, 1, false},
+                {OpKind::MakeDelaunay, "makedelaunay", true, 0, 0, false}};
+bool hasArg(OpKind k) {
+  for (const auto& e : OP_SPECS)
+    if (e.kind == k) return e.bArg;
+  return false;
+}
 } // namespace
 
 const char* opName(OpKind kind) {
-  for (const auto& e : OP_NAMES)
+  for (const auto& e : OP_SPECS)
     if (e.kind == kind) return e.name;
   return "?";
 }
@@ -594,7 +599,7 @@ const char* opName(OpKind kind) {
 const std::vector<OpKind>& allOpKinds() {
   static std::vector<OpKind> v;
   if (v.empty())
-    for (const auto& e : OP_NAMES) v.push_back(e.kind);
+    for (const auto& e : OP_SPECS) v.push_back(e.kind);
   return v;
 }
 
@@ -634,10 +639,12 @@ bool fromText(const std::string& text, Case& c, std::string& error) {
       continue;
     }
     Op op;
+    const auto* pSpec(&OP_SPECS[0]);
     bool bKnown(false);
-    for (const auto& e : OP_NAMES)
+    for (const auto& e : OP_SPECS)
       if (word == e.name) {
         op.kind = e.kind;
+        pSpec = &e;
         bKnown = true;
       }
     if (!bKnown) {
@@ -659,9 +666,9 @@ bool fromText(const std::string& text, Case& c, std::string& error) {
       }
       vXY.push_back(d);
     }
-    if (vXY.size() % 2 != 0 || (hasPoints(op.kind) && vXY.empty()) ||
-        (op.kind != OpKind::Batch && op.kind != OpKind::BatchHandles && op.kind != OpKind::Array && vXY.size() > 2) ||
-        (!hasPoints(op.kind) && !vXY.empty())) {
+    const std::size_t numPoints(vXY.size() / 2);
+    if (vXY.size() % 2 != 0 || numPoints < pSpec->minPoints || numPoints > pSpec->maxPoints ||
+        (pSpec->bPairs && numPoints % 2 != 0)) {
       error = "line " + std::to_string(lineNo) + ": wrong number of coordinates for " + word;
       return false;
     }

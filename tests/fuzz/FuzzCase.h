@@ -22,7 +22,13 @@ enum class OpKind {
   RemoveForeign, // remove() of another triangulation's vertex
   Locate,        // locate(Point2)
   Fast,          // setFastMode(arg != 0)
-  Cpu            // setNumCPU(arg)
+  Cpu,           // setNumCPU(arg)
+  Constraint,    // createConstraint(segments of the point pairs); arg: bit 0 constrained, bit 1 oriented
+  Apply,         // applyConstraintsAndZones()
+  Split,         // the alive segment whose midpoint is nearest the point: arg 0 insertAndSplit at its
+                 // midpoint, 1 at its end (refused), 2 splitAndRemovePrev at its midpoint
+  SplitDead,     // insertAndSplit on the dead segment whose midpoint is nearest the point (throws)
+  MakeDelaunay   // makeDelaunay(0) of graph number arg (modulo the number of graphs)
 };
 
 struct Op {
@@ -43,7 +49,9 @@ const std::vector<std::string>& familyNames();
 /** About n points of the named family. */
 std::vector<KIRO_VASK2D::Point2> generateFamily(const std::string& family, std::size_t n, std::mt19937_64& rng);
 /** A random sequence of operations on points of the family; the seed fixes it. */
-Case generateCase(const std::string& family, std::uint64_t seed, std::size_t maxPoints);
+/** constraintRate is the share of cases that mix constraint operations in. */
+Case generateCase(const std::string& family, std::uint64_t seed, std::size_t maxPoints,
+                  double constraintRate = 0.5);
 
 /** What a replay found: ok, or the step and the first error. */
 struct Outcome {
@@ -52,6 +60,9 @@ struct Outcome {
   std::string kind;       // error class, stable under shrinking
   std::string message;    // kind plus detail
   std::size_t numSteps = 0;
+  // The constraint checker's worst deviations and counts over the run.
+  double maxCrossingUlps = 0.0, maxCrossingRootUlps = 0.0, maxMidpointUlps = 0.0;
+  std::size_t numCrossings = 0, numConformingNonDelaunay = 0, numShortPiecesMissing = 0;
 };
 
 /** Replays the case on a fresh triangulation and checks the mesh and the

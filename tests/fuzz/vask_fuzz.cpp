@@ -6,6 +6,7 @@
 //   vask_fuzz [--seconds S] [--cases N] [--seed S] [--families a,b,..]
 //             [--max-points M] [--timeout T] [--out DIR] [--report R]
 //             [--shrink-seconds S] [--replay FILE] [--case-seed S --families F]
+//             [--constraint-rate R]
 //
 // --case-seed regenerates the one case a failure report names (its family
 // and seed) and shrinks it again.
@@ -52,6 +53,7 @@ struct Options {
   std::string replay;
   std::uint64_t caseSeed = 0; // with one family: run that one case only
   bool bCaseSeed = false;
+  double constraintRate = 0.5; // share of cases with constraint operations
 };
 
 // Runs the case in a child process: a crash, an exception or a walk that
@@ -102,6 +104,9 @@ Outcome runIsolated(const Case& c, double timeout) {
     }
     std::ostringstream oss;
     oss << (o.ok ? 1 : 0) << '\n' << o.step << '\n' << o.numSteps << '\n' << o.kind << '\n' << o.message << '\n';
+    oss.precision(17);
+    oss << o.maxCrossingUlps << ' ' << o.maxCrossingRootUlps << ' ' << o.maxMidpointUlps << ' ' << o.numCrossings
+        << ' ' << o.numConformingNonDelaunay << ' ' << o.numShortPiecesMissing << '\n';
     const std::string s(oss.str());
     ssize_t done(0);
     while (done < static_cast<ssize_t>(s.size())) {
@@ -165,6 +170,8 @@ Outcome runIsolated(const Case& c, double timeout) {
   in.ignore();
   std::getline(in, o.kind);
   std::getline(in, o.message);
+  in >> o.maxCrossingUlps >> o.maxCrossingRootUlps >> o.maxMidpointUlps >> o.numCrossings >>
+      o.numConformingNonDelaunay >> o.numShortPiecesMissing;
   return o;
 }
 
@@ -193,18 +200,21 @@ Case shrink(const Case& original, const Outcome& first, double timeout, double b
     }
     if (chunk <= 1) break;
   }
-  // Chunks of the points of each batch.
+  // Chunks of the points of each batch; the segments of a constraint
+  // operation go in pairs, and may all go.
   for (std::size_t k = 0; k < best.vOps.size(); ++k) {
-    if (best.vOps[k].vPoints.size() < 2) continue;
-    for (std::size_t chunk = std::max<std::size_t>(1, best.vOps[k].vPoints.size() / 2);; chunk /= 2) {
-      for (std::size_t i = 0; i < best.vOps[k].vPoints.size() && best.vOps[k].vPoints.size() > 1;) {
+    const std::size_t unit(best.vOps[k].kind == OpKind::Constraint ? 2 : 1);
+    if (best.vOps[k].vPoints.size() < 2 * unit) continue;
+    for (std::size_t chunk = std::max<std::size_t>(1, best.vOps[k].vPoints.size() / (2 * unit)) * unit;;
+         chunk = chunk / (2 * unit) * unit) {
+      for (std::size_t i = 0; i < best.vOps[k].vPoints.size() && best.vOps[k].vPoints.size() > unit;) {
         Case t(best);
         std::vector<Point2>& v(t.vOps[k].vPoints);
         v.erase(v.begin() + i, v.begin() + std::min(v.size(), i + chunk));
         if (!v.empty() && stillFails(t)) best = t;
         else i += chunk;
       }
-      if (chunk <= 1) break;
+      if (chunk <= unit) break;
     }
   }
   // A batch of one point as a single insertion.
@@ -272,7 +282,7 @@ std::string writeFailure(const Options& opt, const Case& c, const Outcome& o, st
 void usage() {
   std::fprintf(stderr, "usage: vask_fuzz [--seconds S] [--cases N] [--seed S] [--families a,b] [--max-points M]\n"
                        "                 [--timeout T] [--out DIR] [--report R] [--shrink-seconds S] [--replay FILE]\n"
-                       "                 [--case-seed S --families F]\n");
+                       "                 [--case-seed S --families F] [--constraint-rate R]\n");
   std::exit(2);
 }
 
@@ -280,7 +290,18 @@ struct Stats {
   std::map<std::string, long> mCasesPerFamily;
   std::map<std::string, long> mOpsPerKind;
   long cases = 0, ops = 0, failures = 0;
+  // Constraints: worst deviations in ulps and totals over all cases.
+  double maxCrossingUlps = 0, maxCrossingRootUlps = 0, maxMidpointUlps = 0;
+  long numCrossings = 0, numConformingNonDelaunay = 0, numShortPiecesMissing = 0;
   std::vector<std::string> vFiles;
+  void add(const Outcome& o) {
+    maxCrossingUlps = std::max(maxCrossingUlps, o.maxCrossingUlps);
+    maxCrossingRootUlps = std::max(maxCrossingRootUlps, o.maxCrossingRootUlps);
+    maxMidpointUlps = std::max(maxMidpointUlps, o.maxMidpointUlps);
+    numCrossings += static_cast<long>(o.numCrossings);
+    numConformingNonDelaunay += static_cast<long>(o.numConformingNonDelaunay);
+    numShortPiecesMissing += static_cast<long>(o.numShortPiecesMissing);
+  }
   void print(double elapsed) const {
     std::printf("[vask_fuzz] %.0f s: %ld cases, %ld operations (%.0f cases/min, %.0f ops/min), %ld failures\n",
                 elapsed, cases, ops, cases * 60.0 / std::max(elapsed, 1e-9), ops * 60.0 / std::max(elapsed, 1e-9),
@@ -289,7 +310,11 @@ struct Stats {
     for (const auto& e : mCasesPerFamily) std::printf(" %s %ld", e.first.c_str(), e.second);
     std::printf("\n  operations per kind:");
     for (const auto& e : mOpsPerKind) std::printf(" %s %ld", e.first.c_str(), e.second);
-    std::printf("\n");
+    std::printf("\n  constraints: %ld crossing vertices, worst %.3g ulps from the split segment and %.3g from the "
+                "roots; conforming midpoints worst %.3g ulps; %ld conforming edges left non-Delaunay; %ld short "
+                "conforming pieces out of the mesh\n",
+                numCrossings, maxCrossingUlps, maxCrossingRootUlps, maxMidpointUlps, numConformingNonDelaunay,
+                numShortPiecesMissing);
     for (const std::string& f : vFiles) std::printf("  failure written: %s\n", f.c_str());
     std::fflush(stdout);
   }
@@ -319,6 +344,7 @@ int main(int argc, char** argv) {
     else if (a == "--report") opt.report = std::atof(v.c_str());
     else if (a == "--shrink-seconds") opt.shrinkSeconds = std::atof(v.c_str());
     else if (a == "--replay") opt.replay = v;
+    else if (a == "--constraint-rate") opt.constraintRate = std::atof(v.c_str());
     else if (a == "--case-seed") {
       opt.caseSeed = std::strtoull(v.c_str(), nullptr, 10);
       opt.bCaseSeed = true;
@@ -363,13 +389,15 @@ int main(int argc, char** argv) {
     std::uint64_t z(opt.seed + 0x9E3779B97F4A7C15ULL * static_cast<std::uint64_t>(k + 1)); // splitmix64
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    const Case c(generateCase(family, opt.bCaseSeed ? opt.caseSeed : z ^ (z >> 31), opt.maxPoints));
+    const Case c(generateCase(family, opt.bCaseSeed ? opt.caseSeed : z ^ (z >> 31), opt.maxPoints,
+                                opt.constraintRate));
     if (opt.bCaseSeed) opt.cases = 1;
     // Long cases of slow families (subnormals go to rationals) get time in
     // proportion to their length.
     const double caseTimeout(opt.timeout * std::max(1.0, static_cast<double>(c.vOps.size()) / 300.0));
     const Outcome o(runIsolated(c, caseTimeout));
     ++stats.cases;
+    stats.add(o);
     ++stats.mCasesPerFamily[family];
     const std::size_t numRun(o.ok ? c.vOps.size() : std::min(c.vOps.size(), o.step + 1));
     for (std::size_t i = 0; i < numRun; ++i) ++stats.mOpsPerKind[opName(c.vOps[i].kind)];

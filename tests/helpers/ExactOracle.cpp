@@ -112,6 +112,28 @@ double exactDoubleArea(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& 
   return ((bx - ax) * (cy - ay) - (by - ay) * (cx - ax)).toDouble();
 }
 
+double lineDeviation(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& p,
+                     double unit) {
+  const Q ax(a.x()), ay(a.y()), rx(Q(b.x()) - ax), ry(Q(b.y()) - ay), u(unit);
+  const Q cross(rx * (Q(p.y()) - ay) - ry * (Q(p.x()) - ax));
+  if (cross.sign() == 0) return 0.0;
+  // (cross / |ab|)^2 / unit^2, one rounding.
+  return std::sqrt((cross * cross / ((rx * rx + ry * ry) * u * u)).toDouble());
+}
+
+int exactDotSign(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
+                 const KIRO_VASK2D::Point2& d) {
+  const Q dot((Q(b.x()) - Q(a.x())) * (Q(d.x()) - Q(c.x())) + (Q(b.y()) - Q(a.y())) * (Q(d.y()) - Q(c.y())));
+  return dot.sign();
+}
+
+double ulpOf(double v) {
+  const double a(std::fabs(v));
+  if (!std::isfinite(a)) return HUGE_VAL;
+  const double up(std::nextafter(a, HUGE_VAL));
+  return std::isfinite(up) ? up - a : a - std::nextafter(a, 0.0);
+}
+
 double ulpShift(double v, int steps) {
   const double target(steps > 0 ? HUGE_VAL : -HUGE_VAL);
   for (int i = 0; i < std::abs(steps); ++i) v = std::nextafter(v, target);

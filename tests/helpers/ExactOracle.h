@@ -22,6 +22,18 @@ bool exactLineIntersection(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Poin
 int compareLineDistance(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& p,
                         const KIRO_VASK2D::Point2& q);
 
+/** Distance of p from the line through a and b (a != b) in multiples of
+ * unit, computed exactly and rounded once (then the square root). */
+double lineDeviation(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& p,
+                     double unit);
+/** Sign of the dot product (b - a) . (d - c), exactly. */
+int exactDotSign(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
+                 const KIRO_VASK2D::Point2& d);
+/** The spacing of doubles at |v|: nextafter(|v|) - |v|; the smallest
+ * subnormal for 0. One ulp of the largest coordinate is the scale of the
+ * error a correctly rounded point can have. */
+double ulpOf(double v);
+
 /** The exact circumcentre of a, b, c, each coordinate rounded by mpq_get_d; false for a collinear triangle. */
 bool exactCircumcentre(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, const KIRO_VASK2D::Point2& c,
                        KIRO_VASK2D::Point2& out);

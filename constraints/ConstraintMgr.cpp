@@ -10,7 +10,7 @@
 
 namespace KIRO_VASK2D {
 
-ConstraintMgr::ConstraintMgr(Dt2* pDt2_) : pDt2(pDt2_), numInLastBlock(SEGMENTS_PER_BLOCK) {}
+ConstraintMgr::ConstraintMgr(Dt2* pDt2_) : pDt2(pDt2_), numInLastBlock(SEGMENTS_PER_BLOCK), bLastApplyCut(false) {}
 
 ConstraintMgr::~ConstraintMgr() {
   for (ConstraintGraph2* pCG : vConstraintGraphs) delete pCG;
@@ -314,19 +314,22 @@ void ConstraintMgr::apply() {
   // own length need vertices in proportion to that ratio: near-parallel
   // neighbours a few units in the last place apart would fill memory long
   // before 500 rounds. The vertices this loop may add are bounded as well.
-  const size_t maxNewVertices(std::max<size_t>(100000, 20 * vCSeg.size()));
-  const size_t numVerticesBefore(pDt2->getVertexVault().numberOfRecords());
+  const size_t maxNewVertices(std::max<size_t>(2000, 4 * vCSeg.size()));
+  // Vertex slots only grow (the vault's records shrink when it compacts).
+  const size_t numVerticesBefore(pDt2->numberOfVertexSlots());
   int iterations(500);
   bool bOutOfBudget(false);
+  bLastApplyCut = false;
   for (;;) {
     if (--iterations == 0 || bOutOfBudget) {
       logWarning("ConstraintMgr::apply()", "insufficient numeric accuracy, need to skip last insertions");
+      bLastApplyCut = true;
       break;
     }
     bool bDone(true);
     vNext.clear();
     for (ConstraintSegment2* pCSeg : vCSeg) {
-      if (pDt2->getVertexVault().numberOfRecords() - numVerticesBefore > maxNewVertices) {
+      if (pDt2->numberOfVertexSlots() - numVerticesBefore > maxNewVertices) {
         bOutOfBudget = true;
         break;
       }

@@ -76,6 +76,9 @@ public:
   void apply(ConstraintSegment2* pCSeg);
   /** Every alive segment until a full pass changes nothing (500 rounds at most). */
   void apply();
+  /** Whether the last apply() stopped at its round or vertex limit, with
+   * segments left unestablished. */
+  bool wasLastApplyCut() const { return bLastApplyCut; }
 
   /** An alive segment joins the two vertices (either order). */
   bool isConstraint(Point2* p0, Point2* p1) {
@@ -135,6 +138,7 @@ private:
   static const size_t SEGMENTS_PER_BLOCK = 1024;
   std::vector<ConstraintSegment2*> vBlocks;
   size_t numInLastBlock;
+  bool bLastApplyCut;
 };
 
 } // namespace KIRO_VASK2D

@@ -41,25 +41,37 @@ void ConstraintSegment2::getOwners(std::vector<ConstraintGraph2*>& vOut) const {
 ConstraintGraph2* ConstraintSegment2::getFirstOwner() const { return pOwner0; }
 
 void ConstraintSegment2::addOwnerRecursive(ConstraintGraph2* pOwner) {
-  // The owner set stays sorted: pOwner0 is the smallest, pMoreOwners the rest.
+  // An explicit stack: a tree split along one side again and again is as
+  // deep as it has leaves.
+  std::vector<ConstraintSegment2*> vStack(1, this);
+  while (!vStack.empty()) {
+    ConstraintSegment2* pCSeg(vStack.back());
+    vStack.pop_back();
+    // Owners pass down the tree: a segment that has pOwner already has it
+    // in its whole subtree, which is not walked again.
+    if (!pCSeg->addOwner(pOwner) || pCSeg->isAlive()) continue;
+    ConstraintSegment2* pKid0(pCSeg->aChildren[0]);
+    ConstraintSegment2* pKid1(pCSeg->aChildren[1]);
+    VASK_ASSERT(pKid0 != 0 && pKid1 != 0);
+    vStack.push_back(pKid1);
+    vStack.push_back(pKid0);
+  }
+}
+
+// The owner set stays sorted: pOwner0 is the smallest, pMoreOwners the rest.
+bool ConstraintSegment2::addOwner(ConstraintGraph2* pOwner) {
   if (pOwner0 == nullptr) {
     pOwner0 = pOwner;
-  } else if (pOwner != pOwner0) {
-    if (pMoreOwners == nullptr) pMoreOwners = new std::vector<ConstraintGraph2*>();
-    std::vector<ConstraintGraph2*>& v(*pMoreOwners);
-    if (std::find(v.begin(), v.end(), pOwner) == v.end()) {
-      ConstraintGraph2* pLarger(pOwner);
-      if (pOwner < pOwner0) std::swap(pLarger, pOwner0);
-      v.insert(std::lower_bound(v.begin(), v.end(), pLarger), pLarger);
-    }
+    return true;
   }
-  if (!isAlive()) {
-    ConstraintSegment2* pKid0(aChildren[0]);
-    ConstraintSegment2* pKid1(aChildren[1]);
-    VASK_ASSERT(pKid0 != 0 && pKid1 != 0);
-    pKid0->addOwnerRecursive(pOwner);
-    pKid1->addOwnerRecursive(pOwner);
-  }
+  if (pOwner == pOwner0) return false;
+  if (pMoreOwners == nullptr) pMoreOwners = new std::vector<ConstraintGraph2*>();
+  std::vector<ConstraintGraph2*>& v(*pMoreOwners);
+  if (std::find(v.begin(), v.end(), pOwner) != v.end()) return false;
+  ConstraintGraph2* pLarger(pOwner);
+  if (pOwner < pOwner0) std::swap(pLarger, pOwner0);
+  v.insert(std::lower_bound(v.begin(), v.end(), pLarger), pLarger);
+  return true;
 }
 
 bool ConstraintSegment2::split_combinatorialOnly(Point2* pSplit) {
@@ -120,6 +132,9 @@ Point2* ConstraintSegment2::insertAndSplit(const Point2& splitPos) {
   ConstraintSegment2* pKid1(aChildren[1]);
   pMgr->apply(pKid1);
   pMgr->apply(pKid0);
+  // The old edge may still stand, no longer protected and perhaps not
+  // Delaunay: it is swept first, then the vertex's surroundings.
+  pOwnerDt->sweepFormerConstraintEdge(p0, p1);
   pOwnerDt->bfsFlipIncident(pSplit);
   return pSplit;
 }

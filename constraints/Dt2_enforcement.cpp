@@ -241,6 +241,18 @@ Point2* Dt2::newCDT_traverseCZ(ConstraintSegment2* pCSeg,
 //   only when no such end point exists.
 Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2* pOther) {
   const Point2 &p0(*pCSeg->getSrc()), &p1(*pCSeg->getTrg()), &q0(*pOther->getSrc()), &q1(*pOther->getTrg());
+  // "Next to a piece": foot strictly inside it, at most one unit in the
+  // last place (at the largest coordinate of the piece and the point) from
+  // its line.
+  auto isNextTo = [](const Point2& a, const Point2& b, const Point2& c, double& t) {
+    double r(0.0);
+    if (!getRelativePlacement(a, b, c, t, r) || !(t > 0.0 && t < 1.0)) return false;
+    const double tolerance(getUlp(std::max(std::max(a.getMaxAbs(), b.getMaxAbs()), c.getMaxAbs())));
+    // r is relative to the length; the length, in units of the larger
+    // difference s, is at most sqrt(2), so r * s * sqrt(2) bounds the distance.
+    const double s(std::max(std::fabs(b.x() - a.x()), std::fabs(b.y() - a.y())));
+    return r * 1.4142135623730951 <= tolerance / s;
+  };
   const ConstraintSegment2* pRoot0(pCSeg->getRoot());
   const ConstraintSegment2* pRoot1(pOther->getRoot());
   const Point2 &r0(*pRoot0->getSrc()), &r1(*pRoot0->getTrg()), &s0(*pRoot1->getSrc()), &s1(*pRoot1->getTrg());
@@ -248,32 +260,32 @@ Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2*
   const Orientation2 o2(kiroTest.getOrientation2(&s0, &s1, &r0)), o3(kiroTest.getOrientation2(&s0, &s1, &r1));
   const bool bRootsCross(o0 != ORIENTATION2_COLLINEAR && o1 != ORIENTATION2_COLLINEAR && o0 != o1 &&
                          o2 != ORIENTATION2_COLLINEAR && o3 != ORIENTATION2_COLLINEAR && o2 != o3);
+  double t(0.0);
   if (bRootsCross) {
     const Point2 pos(getProperCrossing(kiroTest, r0, r1, s0, s1));
-    if (approxHasOn(p0, p1, pos) && approxHasOn(q0, q1, pos)) return pos;
+    if (isNextTo(p0, p1, pos, t) && isNextTo(q0, q1, pos, t)) return pos;
   }
   const Point2 crossing(getProperCrossing(kiroTest, p0, p1, q0, q1));
-  // Such an end point must lie next to the other line, within a few units
-  // in the last place, or the split would bend the other piece visibly.
-  const double tolerance(8.0 * getUlp(std::max(std::max(p0.getMaxAbs(), p1.getMaxAbs()),
-                                               std::max(q0.getMaxAbs(), q1.getMaxAbs()))));
+  // Of the end points next to the other piece, the one nearest the pieces'
+  // crossing, measured along the pieces.
   const Point2* pBest(nullptr);
-  double bestSqDist(0.0);
-  auto consider = [&](const Point2& end, const Point2& a, const Point2& b) {
-    if (!approxHasOn(a, b, end)) return;
-    const double dx(b.x() - a.x()), dy(b.y() - a.y());
-    const double cross(dx * (end.y() - a.y()) - dy * (end.x() - a.x()));
-    if (!(std::fabs(cross) <= tolerance * std::sqrt(dx * dx + dy * dy))) return;
-    const double d(sqDistance2D(end, crossing));
-    if (pBest == nullptr || d < bestSqDist) {
+  double bestDist(0.0);
+  double tCross0(0.0), tCross1(0.0), r(0.0);
+  const bool bPlaced0(getRelativePlacement(p0, p1, crossing, tCross0, r));
+  const bool bPlaced1(getRelativePlacement(q0, q1, crossing, tCross1, r));
+  auto consider = [&](const Point2& end, double tEndOnOwn, const Point2& a, const Point2& b, double tCrossOnOwn,
+                      bool bPlaced) {
+    if (!bPlaced || !isNextTo(a, b, end, t)) return;
+    const double dist(std::fabs(tEndOnOwn - tCrossOnOwn));
+    if (pBest == nullptr || dist < bestDist) {
       pBest = &end;
-      bestSqDist = d;
+      bestDist = dist;
     }
   };
-  consider(p0, q0, q1);
-  consider(p1, q0, q1);
-  consider(q0, p0, p1);
-  consider(q1, p0, p1);
+  consider(p0, 0.0, q0, q1, tCross0, bPlaced0);
+  consider(p1, 1.0, q0, q1, tCross0, bPlaced0);
+  consider(q0, 0.0, p0, p1, tCross1, bPlaced1);
+  consider(q1, 1.0, p0, p1, tCross1, bPlaced1);
   return pBest != nullptr ? *pBest : crossing;
 }
 
@@ -412,8 +424,13 @@ void Dt2::insertSegmentConformingDelaunay(ConstraintSegment2* pCSeg) {
   }
   // An edge of another constraint under the midpoint is split by the
   // insertion itself; this segment has no edge yet and stays alive.
+  // The pieces appear as edges only where the flips are exact: fast mode
+  // would keep near-cocircular edges across them and halve for ever.
+  const bool bWasFast(bFastMode);
+  bFastMode = false;
   pLastVertex = pSrc;
   Point2* pSplitPoint(insert(mid));
+  bFastMode = bWasFast;
   VASK_ASSERT(pSplitPoint != pCSeg->getSrc());
   pCSeg->split_combinatorialOnly(pSplitPoint);
 }

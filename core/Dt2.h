@@ -125,6 +125,9 @@ public:
   /** Suspends pCSeg and restores the empty-circle property across its edge
    * as far as other constraints permit. */
   void killAndUnestablishConstraintSegment(ConstraintSegment2* pCSeg);
+  /** The edge (p0, p1), if it stands, is no constraint any more: it and
+   * every edge its flips create become locally Delaunay. */
+  void sweepFormerConstraintEdge(Point2* p0, Point2* p1);
 
   // -------------------------------------------------------------------------
   // Single-point insertion (Dt2_insert.cpp)
@@ -313,7 +316,6 @@ private:
   std::vector<PolyEdge> vPolyLeft, vPolyRight;
   std::vector<Triangle2*> vCrossedT, vCdtNewT, vRestoreNextT;
   std::vector<std::pair<Triangle2*, int> > vKillWork;
-  void sweepFormerConstraintEdge(Point2* p0, Point2* p1);
   Point2 crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2* pOther);
   /** Set only while triangles are cut in; insertion then flips nothing but
    * zero-area triangles at the hull. */

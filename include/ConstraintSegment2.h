@@ -103,6 +103,8 @@ private:
   ConstraintSegment2(Point2* p0_, Point2* p1_, ConstraintInsertionStrategy cis_);
   /** Adds pOwner here and, below a dead segment, to the whole subtree. */
   void addOwnerRecursive(ConstraintGraph2* pOwner);
+  /** False when pOwner was there already. */
+  bool addOwner(ConstraintGraph2* pOwner);
   ConstraintGraph2* getFirstOwner() const;
   bool hasOwners() const { return pOwner0 != nullptr; }
   bool hasChildren() const { return aChildren[0] != nullptr; }

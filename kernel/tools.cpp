@@ -233,4 +233,16 @@ double getCosPhi(const Vector2& v0, const Vector2& v1) {
   return getLimitedDot(v0, v1);
 }
 
+bool getRelativePlacement(const Point2& p0, const Point2& p1, const Point2& c, double& t, double& r) {
+  const double ex(p1.x() - p0.x()), ey(p1.y() - p0.y());
+  const double s(std::max(std::fabs(ex), std::fabs(ey)));
+  if (!(s > 0.0) || !std::isfinite(s)) return false;
+  const double ux(ex / s), uy(ey / s), cx((c.x() - p0.x()) / s), cy((c.y() - p0.y()) / s);
+  if (!std::isfinite(cx) || !std::isfinite(cy) || std::fabs(cx) > 1e150 || std::fabs(cy) > 1e150) return false;
+  const double len2(ux * ux + uy * uy); // in [1, 2]
+  t = (cx * ux + cy * uy) / len2;
+  r = std::fabs(cx * uy - cy * ux) / len2;
+  return true;
+}
+
 } // namespace KIRO_VASK2D

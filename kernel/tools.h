@@ -49,4 +49,13 @@ double getAngleDegree(const Vector2& v0, const Vector2& v1);
 /** Cosine of the angle between two unit vectors, with the same check. */
 double getCosPhi(const Vector2& v0, const Vector2& v1);
 
+/** Where c stands relative to segment p0p1, in units of the segment: t is
+ * the parameter of its foot (0 at p0, 1 at p1) and r its distance from the
+ * line divided by the segment's length. The coordinates are shifted to p0
+ * and divided by the larger difference first, so nothing overflows or
+ * underflows at any scale; both values carry a relative error of a few
+ * units in the last place. False when the segment's extent is zero or not
+ * finite, or c lies too far away to be placed. */
+bool getRelativePlacement(const Point2& p0, const Point2& p1, const Point2& c, double& t, double& r);
+
 } // namespace KIRO_VASK2D

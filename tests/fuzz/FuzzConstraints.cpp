@@ -4,6 +4,8 @@
 // every step.
 #include "fuzz/FuzzReplay.h"
 #include "helpers/ConstraintChecker.h"
+#include "constraints/ConstraintMgr.h"
+#include "core/Dt2.h"
 #include <algorithm>
 #include <cmath>
 
@@ -276,7 +278,11 @@ void applyConstraintOp(Replay& r, const Op& op) {
   case OpKind::Constraint: createConstraint(r, op); break;
   case OpKind::Apply:
     r.dt.applyConstraintsAndZones();
-    if (r.dt.hasArea()) r.bPending = r.bConformingDirty = false;
+    // A loop cut at its limits leaves conforming pieces out by design.
+    if (r.dt.hasArea()) {
+      r.bPending = false;
+      r.bConformingDirty = r.dt.getImpl()->hasConstraintMgr() && r.dt.getImpl()->getConstraintMgr()->wasLastApplyCut();
+    }
     break;
   case OpKind::Split: split(r, op); break;
   case OpKind::SplitDead: splitDead(r, op); break;

@@ -155,6 +155,8 @@ public:
   void returnFreshTriangles(std::vector<Triangle2*>& vTriangles);
   /** Figures of the last range that went to the multi-threaded inserter. */
   const InserterMTStats& getLastMTStats() const { return lastMTStats; }
+  /** Ranges that went to the multi-threaded inserter so far. */
+  size_t getNumThreadedRanges() const { return numThreadedRanges; }
 
   // -------------------------------------------------------------------------
   // Vertex removal (Dt2_removal.cpp)
@@ -228,6 +230,8 @@ public:
   VertexVault& getVertexVault() { return vertexVault; }
   const Bbox2& getBbox() const { return bbox; }
   Point2* newVertex() { return vertexPool.get(); }
+  /** A batch is about to take num new vertices (see SimplePool::expectMore). */
+  void expectNewVertices(size_t num) { vertexPool.expectMore(num); }
   /** Vertices ever taken from the vertex pool: alive, removed, or waiting
    * for reuse after a duplicate. */
   size_t numberOfVertexSlots() const;
@@ -242,6 +246,7 @@ private:
   void resetHilbertKey();
   void resetHilbertKey(const Bbox2& box);
   void refitHilbertKey();
+  void expectNewTriangles(size_t numNewVertices);
   // Insertion
   Triangle2* walkStart(const Point2& p, uint32_t idx);
   bool cachedHullEdge(Point2* pPivot, bool bLeft, Triangle2*& pT, int& cross) const;
@@ -321,6 +326,7 @@ private:
   std::string name;
   ProgressPublisher progress;
   InserterMTStats lastMTStats;
+  size_t numThreadedRanges;
 };
 
 } // namespace KIRO_VASK2D

@@ -230,8 +230,6 @@ public:
   VertexVault& getVertexVault() { return vertexVault; }
   const Bbox2& getBbox() const { return bbox; }
   Point2* newVertex() { return vertexPool.get(); }
-  /** A batch is about to take num new vertices (see SimplePool::expectMore). */
-  void expectNewVertices(size_t num) { vertexPool.expectMore(num); }
   /** Vertices ever taken from the vertex pool: alive, removed, or waiting
    * for reuse after a duplicate. */
   size_t numberOfVertexSlots() const;
@@ -246,7 +244,6 @@ private:
   void resetHilbertKey();
   void resetHilbertKey(const Bbox2& box);
   void refitHilbertKey();
-  void expectNewTriangles(size_t numNewVertices);
   // Insertion
   Triangle2* walkStart(const Point2& p, uint32_t idx);
   bool cachedHullEdge(Point2* pPivot, bool bLeft, Triangle2*& pT, int& cross) const;

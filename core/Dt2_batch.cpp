@@ -33,7 +33,6 @@ void Dt2::insertVector(const std::vector<Point2>& vInputPoints, std::vector<Poin
   if (bbox.add(vInputPoints.begin(), vInputPoints.end())) growBox();
   const bool bWasFullDim(*pBFullDimensional);
   const bool bFakeBox(numCPU > 1 && vertexVault.createFakeBox(bbox));
-  expectNewTriangles(n);
   progress.start("insert vertices", static_cast<unsigned>(1.1 * n));
   size_t numPreExistingVtx(0);
   vertexVault.addVertices(vInputPoints, pVHandles, numPreExistingVtx);
@@ -79,7 +78,6 @@ void Dt2::insert(int numPoints, double* aCoordinates, Point2** aHandles) {
   const unsigned n(static_cast<unsigned>(numPoints));
   progress.start("insert", static_cast<unsigned>(1.1 * n));
   if (bbox.add(n, aCoordinates)) growBox();
-  expectNewTriangles(n);
   size_t numPreExistingVtx(0);
   vertexVault.addVertices(n, aCoordinates, aHandles, numPreExistingVtx);
   progress.advance(static_cast<unsigned>(0.1 * n));
@@ -97,15 +95,6 @@ void Dt2::insert(int numPoints, double* aCoordinates, Point2** aHandles) {
   VASK_ASSERT(vertexVault.dupIsClean());
   vertexVault.rebuild(true);
   progress.finish();
-}
-
-// Each vertex inside the hull adds two triangles, one on the hull fewer;
-// dead triangles are taken first. 2% below that bound is what the pool is
-// told to expect: for all but data with a very long hull the batch fills
-// every page of it.
-void Dt2::expectNewTriangles(size_t numNewVertices) {
-  const size_t numNewT(2 * numNewVertices - numNewVertices / 50);
-  if (numNewT > vDeadT.size()) trianglePool.expectMore(numNewT - vDeadT.size());
 }
 
 void Dt2::insertToVVault(const std::vector<Point2>& vInputPoints, std::vector<Point2*>* pVHandles) {

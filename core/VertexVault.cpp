@@ -160,13 +160,6 @@ IdxVtxAct* VertexVault::newRecord(uint32_t idx, Point2* pVtx) {
   return pRec;
 }
 
-// Settled duplicates are reused before the pools grow.
-void VertexVault::expectNewVertices(size_t num) {
-  if (num <= vFreeRecords.size()) return;
-  recordPool.expectMore(num - vFreeRecords.size());
-  pDt2->expectNewVertices(num - vFreeRecords.size());
-}
-
 void VertexVault::addVertex(uint32_t idx, Point2* pVtx) {
   VASK_ASSERT(pVtx != NULL);
   vIdxVtxAct.push_back(newRecord(idx, pVtx));
@@ -416,7 +409,6 @@ void VertexVault::addVertices(const std::vector<Point2>& vInputPoints, std::vect
   const size_t n(vInputPoints.size());
   if (pVHandles != nullptr) pVHandles->assign(n, nullptr);
   if (n == 0) return;
-  expectNewVertices(n);
   const int numWorkers(pDt2->getNumCPU());
   const bool bParallel(numWorkers > 1 && n >= 1000 && n > 10 * static_cast<size_t>(numWorkers));
   std::vector<uint64_t> vPairs(n);
@@ -482,7 +474,6 @@ void VertexVault::addVertices(unsigned numPoints, const double* aCoordinates, Po
   firstPos = vIdxVtxAct.size();
   const size_t n(numPoints);
   if (n == 0) return;
-  expectNewVertices(n);
   std::vector<uint64_t> vPairs(n);
   for (size_t i = 0; i < n; ++i)
     vPairs[i] = (uint64_t(pDt2->getHilbertIndex(aCoordinates[2 * i], aCoordinates[2 * i + 1])) << 32) | uint64_t(i);

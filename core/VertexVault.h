@@ -75,8 +75,10 @@ public:
   /** The box grew while there is no triangle: the records keep the keys of
    * the old curve until refreshStaleKeys. Without a mesh nothing walks from
    * a key, and lookups by key fall back to a scan; re-keying at every
-   * growth would sort the vault once per doubling of sorted input. */
-  void markKeysStale() { bKeysStale = true; }
+   * growth would sort the vault once per doubling of sorted input. An
+   * empty vault has no keys to go stale: a first batch is keyed after the
+   * growth and needs no renewal. */
+  void markKeysStale() { bKeysStale = !vIdxVtxAct.empty(); }
   /** New keys for every record if they are stale, then [0, splitPos) and
    * [splitPos, end) sorted each by itself: a batch's waiting points stay
    * ahead of the batch. Called where the triangulation gets area. */
@@ -134,7 +136,6 @@ public:
 
 private:
   IdxVtxAct* newRecord(uint32_t idx, Point2* pVtx);
-  void expectNewVertices(size_t num);
   void takeVertexAndRecord(Point2*& pVtx, IdxVtxAct*& pRec);
   void releaseDuplicate(IdxVtxAct* pRec);
   void buildLineIndex();

@@ -3,7 +3,6 @@
 // never freed one by one, so get() is a counter increment on its fast path;
 // the triangulation recycles dead elements through its own lists.
 #include "support/VaskAssert.h"
-#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <vector>
@@ -17,13 +16,6 @@ constexpr int POOL_BLOCK_BYTES_LARGE = 100000000;
 
 /** Prints one pool message on its own line to standard output. */
 void printPoolMessage(const char* msg);
-/** Raw memory for a pool block, released with std::free; large blocks start
- * on a huge page boundary. */
-void* allocPoolBlock(std::size_t numBytes);
-/** Asks the system to back the whole huge pages inside [pBegin, pEnd) by
- * huge pages when they are first touched; a hint, and nothing where the
- * system has no such pages. */
-void adviseHugePages(void* pBegin, void* pEnd);
 
 /** Raw memory for elements of type T in blocks of growing size. The pool
  * neither constructs, moves nor destroys elements: callers construct in
@@ -33,7 +25,7 @@ class SimplePool {
 public:
   SimplePool()
       : pCurrent(nullptr), currentIndex(-1), currentSize(0), initialSize(0), increase(-1), initialized(false),
-        bSingleBlock(true), increaseLimit(0), numInEarlierBlocks(0), expectedEnd(0) {}
+        bSingleBlock(true), increaseLimit(0) {}
   ~SimplePool() {
     for (T* pBlock : vContainers) std::free(pBlock);
   }
@@ -56,15 +48,6 @@ public:
   /** Allocates a block of n elements and makes it current; a negative n
    * derives the size from the last block. Used by init() and get(). */
   void alloc(int n);
-
-  /** The caller is about to take num more elements (a batch knows its
-   * size). The whole huge pages that these elements will fill, in the
-   * current block and in the blocks still to come, are backed by huge
-   * pages: a large batch then takes one page fault per 2 MiB instead of one
-   * per 4 KiB, and its walks miss the TLB less. Pages that the expected
-   * elements do not fill keep the normal size, so an expectation that is
-   * not too high costs no memory. A hint only. */
-  void expectMore(std::size_t num);
 
   int getNumContainers() const { return int(vContainers.size()); }
   /** Block i and its number of used elements: the capacity, except for the
@@ -94,9 +77,6 @@ private:
   bool initialized;
   bool bSingleBlock;
   int increaseLimit;
-  std::size_t numInEarlierBlocks; // capacity of all blocks before the current one
-  std::size_t expectedEnd;        // element count (over all blocks) that expectMore announced
-  void adviseExpected(std::size_t from);
 };
 
 template <typename T, int MAX_BLOCK_BYTES>
@@ -129,35 +109,17 @@ void SimplePool<T, MAX_BLOCK_BYTES>::alloc(int n) {
     if (next == 0) next = last;
     n = int(next < increaseLimit ? next : increaseLimit);
   }
-  T* pBlock(static_cast<T*>(allocPoolBlock(std::size_t(n) * sizeof(T))));
+  T* pBlock(static_cast<T*>(std::malloc(std::size_t(n) * sizeof(T))));
   if (pBlock == nullptr) {
     printPoolMessage("SimplePool::alloc(..), ERROR: Out of memory");
     VASK_ASSERT(false);
   }
   // vSizes and vContainers grow together so that their indices always agree.
-  if (!vSizes.empty()) numInEarlierBlocks += std::size_t(vSizes.back());
   vSizes.push_back(n);
   vContainers.push_back(pBlock);
   pCurrent = pBlock;
   currentIndex = -1;
   currentSize = n;
-  adviseExpected(0);
-}
-
-template <typename T, int MAX_BLOCK_BYTES>
-void SimplePool<T, MAX_BLOCK_BYTES>::expectMore(std::size_t num) {
-  const std::size_t from(std::size_t(currentIndex + 1));
-  expectedEnd = numInEarlierBlocks + from + num;
-  adviseExpected(from);
-}
-
-// Elements from..(expected end) of the current block; a huge page that
-// holds element from-1 may already be in use with small pages and is left.
-template <typename T, int MAX_BLOCK_BYTES>
-void SimplePool<T, MAX_BLOCK_BYTES>::adviseExpected(std::size_t from) {
-  if (pCurrent == nullptr || expectedEnd <= numInEarlierBlocks + from) return;
-  const std::size_t end(std::min(std::size_t(currentSize), expectedEnd - numInEarlierBlocks));
-  if (end > from) adviseHugePages(pCurrent + from, pCurrent + end);
 }
 
 template <typename T, int MAX_BLOCK_BYTES>

@@ -91,6 +91,15 @@ void ConstraintGraph2::commonOpening(std::vector<ConstraintSegment2*>& vCSeg) {
   }
 }
 
+size_t ConstraintGraph2::memoryBytes() const {
+  // A node of the split-point map holds the next pointer and the value, and
+  // malloc adds one word: about four words each.
+  const size_t nodeBytes(sizeof(void*) + sizeof(std::pair<Point2* const, unsigned>) + sizeof(void*));
+  return sizeof(*this) + sizeof(GraphTables) + vCSegParents.capacity() * sizeof(ConstraintSegment2*) +
+         pTables->tReverse.memoryBytes() + pTables->mSplitPointNum.bucket_count() * sizeof(void*) +
+         pTables->mSplitPointNum.size() * nodeBytes;
+}
+
 void ConstraintGraph2::setReverse(ConstraintSegment2* pCSeg, bool bReverse) {
   const uintptr_t entry(reinterpret_cast<uintptr_t>(pCSeg) | (bReverse ? 1u : 0u));
   uintptr_t* pSlot(pTables->tReverse.find(pCSeg));

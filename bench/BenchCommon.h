@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <type_traits>
 #include <unistd.h>
 #include <utility>
@@ -67,6 +68,16 @@ inline long readVmHWMkB() {
   while (std::getline(f, line))
     if (line.compare(0, 6, "VmHWM:") == 0) return std::atol(line.c_str() + 6);
   return -1;
+}
+
+/** CPU time of this process in seconds. The machine is shared: CPU time
+ * leaves out the waits for other processes, which wall time would charge to
+ * whichever side happened to run at a busy moment. A forked child is one
+ * library's process, so all its threads count. */
+inline double cpuSeconds() {
+  timespec t;
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+  return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
 }
 
 /** Runs measure() in a forked child and returns its Result, which crosses

@@ -76,14 +76,7 @@ struct Result {
   long peakKB = 0;
 };
 
-/** CPU time of this process in seconds. The machine is shared: CPU time
- * leaves out the waits for other processes, which wall time would charge to
- * whichever side happened to run at a busy moment. Both sides run on one thread. */
-double cpuSeconds() {
-  timespec t;
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-  return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
-}
+using vask_bench::cpuSeconds;
 
 Result measureVask(const Case& c, int reps) {
   const std::vector<Coords> vCoords(makeInput(c));

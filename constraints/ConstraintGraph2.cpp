@@ -91,6 +91,15 @@ void ConstraintGraph2::commonOpening(std::vector<ConstraintSegment2*>& vCSeg) {
   }
 }
 
+size_t ConstraintGraph2::memoryBytes() const {
+  // A node of the split-point map holds the next pointer and the value, and
+  // malloc adds one word: about four words each.
+  const size_t nodeBytes(sizeof(void*) + sizeof(std::pair<Point2* const, unsigned>) + sizeof(void*));
+  return sizeof(*this) + sizeof(GraphTables) + vCSegParents.capacity() * sizeof(ConstraintSegment2*) +
+         pTables->tReverse.memoryBytes() + pTables->mSplitPointNum.bucket_count() * sizeof(void*) +
+         pTables->mSplitPointNum.size() * nodeBytes;
+}
+
 void ConstraintGraph2::setReverse(ConstraintSegment2* pCSeg, bool bReverse) {
   const uintptr_t entry(reinterpret_cast<uintptr_t>(pCSeg) | (bReverse ? 1u : 0u));
   uintptr_t* pSlot(pTables->tReverse.find(pCSeg));
@@ -126,15 +135,22 @@ unsigned ConstraintGraph2::getSplitPointCount(Point2* pVtx) const {
 // counter-clockwise. Self-intersection is not tested.
 bool ConstraintGraph2::checkAndSortPolygon(const std::vector<ConstraintSegment2*>& vCSeg) {
   if (vCSeg.size() < 3) return false;
+  Point2* pStart(nullptr);
+  for (ConstraintSegment2* pCSeg : vCSeg)
+    for (Point2* p : {pCSeg->getSrc(), pCSeg->getTrg()})
+      if (pStart == nullptr || *p < *pStart) pStart = p;
+  // Most inputs that are no polygon fail at the lowest vertex already (an
+  // open chain ends there): a scan settles that without the map, which costs
+  // a node per end point.
+  size_t numAtStart(0);
+  for (ConstraintSegment2* pCSeg : vCSeg)
+    if (pCSeg->getSrc() == pStart || pCSeg->getTrg() == pStart) ++numAtStart;
+  if (numAtStart != 2) return false;
   std::unordered_multimap<Point2*, ConstraintSegment2*> mmVtx2Seg;
   mmVtx2Seg.reserve(2 * vCSeg.size());
-  Point2* pStart(nullptr);
   for (ConstraintSegment2* pCSeg : vCSeg) {
-    Point2* aEnds[2] = {pCSeg->getSrc(), pCSeg->getTrg()};
-    for (Point2* p : aEnds) {
-      mmVtx2Seg.emplace(p, pCSeg);
-      if (pStart == nullptr || *p < *pStart) pStart = p;
-    }
+    mmVtx2Seg.emplace(pCSeg->getSrc(), pCSeg);
+    mmVtx2Seg.emplace(pCSeg->getTrg(), pCSeg);
   }
   // Exactly two segments at a vertex, else no simple cycle passes there.
   auto twoSegmentsAt = [&](Point2* p, ConstraintSegment2*& pA, ConstraintSegment2*& pB) {

@@ -190,6 +190,10 @@ ConstraintGraph2* ConstraintMgr::createConstraint(std::vector<Segment2>& vSegmen
     VASK_ASSERT(pHandle0 != NULL && pHandle1 != NULL);
     vPairs.emplace_back(pHandle0, pHandle1);
   }
+  // The sorted copies of the end points aren't needed while the segments
+  // are established: give their memory back before the peak.
+  std::vector<Point2>().swap(vPoints);
+  std::vector<Point2*>().swap(vHandles);
   return createConstraint(vPairs, cis, true);
 }
 

@@ -3,6 +3,7 @@
 #include "ConstraintSegment2.h"
 #include "Point2.h"
 #include "Vask2DApi.h"
+#include <cstddef>
 #include <map>
 #include <utility>
 #include <vector>
@@ -78,6 +79,9 @@ public:
   unsigned getSplitPointCount(Point2* pVtx) const;
   /** pCSeg is a root or a descendant of one. */
   bool hasEntry(const ConstraintSegment2* pCSeg) const;
+  /** Bytes of this graph: its roots and tables, not the segments (the
+   * triangulation owns those); the split-point nodes are estimated. */
+  size_t memoryBytes() const;
 
 private:
   void commonOpening(std::vector<ConstraintSegment2*>& vCSeg);

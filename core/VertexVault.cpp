@@ -623,6 +623,9 @@ void VertexVault::settleToFirstOccurrence() {
     Point2* pMesh(group.first);
     Point2* pFirst(group.second.pFirst);
     if (!group.second.bMeshInTail || pFirst == pMesh) continue;
+    // A vertex that a constraint segment holds (it landed on a constraint
+    // edge and split it) keeps its place: the registry knows it by address.
+    if (pDt2->isConstraintVertex(pMesh)) continue;
     vIncT.clear();
     pDt2->getIncidentTriangles(pMesh, vIncT);
     VASK_ASSERT(!vIncT.empty());
@@ -632,10 +635,11 @@ void VertexVault::settleToFirstOccurrence() {
     vSwapped.emplace_back(pMesh, pFirst);
   }
   if (vSwapped.empty()) return;
-  // Each group's duplicates, the old mesh vertex among them, map to pFirst.
+  // Each swapped group's duplicates, the old mesh vertex among them, map to
+  // pFirst; a group whose mesh vertex stayed keeps its mapping.
   for (std::pair<Point2* const, Point2*>& dup : mRedundant2UniqueVtx) {
     const Group& group(mGroups.find(dup.second)->second);
-    if (group.bMeshInTail) dup.second = group.pFirst;
+    if (group.bMeshInTail && dup.second->getIncidentTriangle() == nullptr) dup.second = group.pFirst;
   }
   for (const std::pair<Point2*, Point2*>& swapped : vSwapped) {
     mRedundant2UniqueVtx.erase(swapped.second);

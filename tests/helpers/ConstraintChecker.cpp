@@ -321,25 +321,32 @@ struct Checker {
       }
       if (pAt != pEnd) result.fail("getPolygonVertices ends inside a root's chain");
     }
-    // A polygon: the directed pairs form one cycle (an oriented polygon
-    // keeps the sides' order of a counter-clockwise tour but may run each
-    // side against it, so the list itself need not connect).
+    // A polygon: the pairs, taken without direction, form one cycle. An
+    // oriented graph keeps the direction the user gave each side, which need
+    // not run round the ring consistently.
     if (pCG->isPolygon() && !vPairs.empty()) {
-      std::unordered_map<const Point2*, const Point2*> mNext;
-      for (std::size_t i = 0; i < vPairs.size(); i += 2)
-        if (!mNext.insert(std::make_pair(vPairs[i], vPairs[i + 1])).second)
-          result.fail("a polygon's vertex leaves twice");
-      const Point2* pAt(vPairs[0]);
-      std::size_t n(0);
-      do {
-        const auto it(mNext.find(pAt));
-        if (it == mNext.end()) {
-          result.fail("a polygon's vertex chain does not close");
-          break;
-        }
-        pAt = it->second;
-      } while (pAt != vPairs[0] && ++n <= mNext.size());
-      if (n + 1 != mNext.size()) result.fail("a polygon's sides form more than one cycle");
+      std::unordered_map<const Point2*, std::vector<const Point2*> > mAdj;
+      for (std::size_t i = 0; i < vPairs.size(); i += 2) {
+        mAdj[vPairs[i]].push_back(vPairs[i + 1]);
+        mAdj[vPairs[i + 1]].push_back(vPairs[i]);
+      }
+      bool bDegreeTwo(true);
+      for (const auto& entry : mAdj)
+        if (entry.second.size() != 2) bDegreeTwo = false;
+      if (!bDegreeTwo) {
+        result.fail("a polygon's vertex has not two sides");
+      } else {
+        const Point2* pPrev(nullptr);
+        const Point2* pAt(vPairs[0]);
+        std::size_t n(0);
+        do {
+          const std::vector<const Point2*>& v(mAdj[pAt]);
+          const Point2* pNext(v[0] != pPrev ? v[0] : v[1]);
+          pPrev = pAt;
+          pAt = pNext;
+        } while (pAt != vPairs[0] && ++n <= mAdj.size());
+        if (n + 1 != mAdj.size()) result.fail("a polygon's sides form more than one cycle");
+      }
     }
   }
 };

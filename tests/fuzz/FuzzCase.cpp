@@ -261,7 +261,10 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
     cpu.arg = uniformInt(rng, 2, 8);
     c.vOps.push_back(cpu);
   }
-  const bool bConstraints(chance(rng, constraintRate));
+  // Large cases stay without constraints: constraints keep batches on one
+  // thread anyway, and the exact constraint check after every step of a
+  // case of thousands of points would eat the time per case.
+  const bool bConstraints(chance(rng, constraintRate) && !bLarge);
   std::vector<Point2> vSegEnds; // the ends of every segment asked for, in pairs
   const int numOps(uniformInt(rng, 1, bConstraints ? 40 : 30));
   for (int k = 0; k < numOps; ++k) {

@@ -33,7 +33,7 @@ struct GraphTables {
 ConstraintGraph2::ConstraintGraph2(Dt2* pDt2_, std::vector<ConstraintSegment2*>& vCSeg,
                                    ConstraintInsertionStrategy cis_)
     : pDt2(pDt2_), pKiroPredicates(&pDt2_->getKiroTest()), cis(cis_), bIsPolygon(false), bIsOriented(false),
-      pTables(new GraphTables) {
+      bUserDirections(false), pTables(new GraphTables) {
   commonOpening(vCSeg);
   if (bIsPolygon) {
     // A polygon always has a direction: counter-clockwise.
@@ -52,7 +52,7 @@ ConstraintGraph2::ConstraintGraph2(Dt2* pDt2_, std::vector<ConstraintSegment2*>&
                                    std::map<std::pair<Point2*, Point2*>, bool> mPPReverse,
                                    ConstraintInsertionStrategy cis_)
     : pDt2(pDt2_), pKiroPredicates(&pDt2_->getKiroTest()), cis(cis_), bIsPolygon(false), bIsOriented(true),
-      pTables(new GraphTables) {
+      bUserDirections(true), pTables(new GraphTables) {
   commonOpening(vCSeg);
   if (!bIsPolygon) vCSegParents.clear();
   pTables->tReverse.clear();
@@ -297,15 +297,14 @@ void ConstraintGraph2::getAliveConstraintChain(std::vector<ConstraintSegment2*>&
       vStack.push_back(pChild0);
     }
   }
-  if (bIsPolygon) checkPolygonChain(vOut);
+  // With the user's directions a side may run against the tour, and its
+  // pieces then come in its own direction: the chain need not connect.
+  if (bIsPolygon && !bUserDirections) checkPolygonChain(vOut);
 }
 
 // A closed chain is expected; pairs at vertices that split segments more than
-// once may legitimately differ (a crossing vertex seen from two sides). The
-// sides of a polygon stand counter-clockwise while an oriented graph keeps
-// the user's directions, so a polygon given clockwise chains backwards: a
-// pair that joins in either direction is fine. A debug aid only: release
-// builds print and go on.
+// once may legitimately differ (a crossing vertex seen from two sides). A
+// debug aid only: release builds print and go on.
 void ConstraintGraph2::checkPolygonChain(const std::vector<ConstraintSegment2*>& vChain) const {
   for (size_t i = 0; i < vChain.size(); ++i) {
     ConstraintSegment2* pA(vChain[i]);
@@ -316,9 +315,7 @@ void ConstraintGraph2::checkPolygonChain(const std::vector<ConstraintSegment2*>&
     if (getSplitPointCount(pA->getSrc()) > 1 || getSplitPointCount(pA->getTrg()) > 1 ||
         getSplitPointCount(pB->getSrc()) > 1 || getSplitPointCount(pB->getTrg()) > 1)
       continue;
-    Point2* pStartA(bRevA ? pA->getTrg() : pA->getSrc());
-    Point2* pEndB(bRevB ? pB->getSrc() : pB->getTrg());
-    if (pEndA != pStartB && pStartA != pEndB) {
+    if (pEndA != pStartB) {
       std::cout << "VASK DEBUG MODE: Discovered a potential problem" << std::endl;
       std::cout << "vAliveCSeg.size()=" << vChain.size() << std::endl;
       std::cout << "vCSegParents.size()=" << vCSegParents.size() << std::endl;

@@ -96,6 +96,7 @@ private:
   std::vector<ConstraintSegment2*> vCSegParents;
   bool bIsPolygon;
   bool bIsOriented;
+  bool bUserDirections; // the flags are the user's (oriented input), not a tour's
   GraphTables* pTables; // direction flags of roots and descendants, split-point counts
 };
 

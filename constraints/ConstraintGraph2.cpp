@@ -303,8 +303,10 @@ void ConstraintGraph2::getAliveConstraintChain(std::vector<ConstraintSegment2*>&
 }
 
 // A closed chain is expected; pairs at vertices that split segments more than
-// once may legitimately differ (a crossing vertex seen from two sides). A
-// debug aid only: release builds print and go on.
+// once may legitimately differ (a crossing vertex seen from two sides), and
+// splits that bend a segment onto a nearby corner (makeDelaunay) can leave
+// pieces shared with other graphs in an order of their own. So the check
+// reports and goes on; it never throws.
 void ConstraintGraph2::checkPolygonChain(const std::vector<ConstraintSegment2*>& vChain) const {
   for (size_t i = 0; i < vChain.size(); ++i) {
     ConstraintSegment2* pA(vChain[i]);
@@ -322,9 +324,6 @@ void ConstraintGraph2::checkPolygonChain(const std::vector<ConstraintSegment2*>&
       std::cout << "\n\n This does not need to be a bug but is unexpected. Please report this incident "
                    "(and use the release version as a temporary workaround)"
                 << std::endl;
-#ifndef NDEBUG
-      VASK_ASSERT(pEndA == pStartB);
-#endif
     }
   }
 }

@@ -45,8 +45,11 @@ struct Result {
   double seconds = 0.0;
   double peakMiB = 0.0;
   unsigned long long numTriangles = 0;
-  double gmpShare = 0.0;       // share of predicate calls that reached the rationals
-  double expansionShare = 0.0; // ... that went past the filter to the expansion stages
+  // Predicate calls per input point that went past the filter to the
+  // expansion stages, and that reached the rationals (the filters count no
+  // calls, so there is no share of all calls).
+  double expansionPerPoint = 0.0;
+  double gmpPerPoint = 0.0;
 };
 
 // One build of a case by one library, run inside a forked child.
@@ -66,9 +69,9 @@ Result measure(const Case& c, bool bVask) {
     r.peakMiB = (vask_bench::readVmHWMkB() - base) / 1024.0;
     r.numTriangles = dt.numberOfTriangles();
     const KIRO_VASK2D::KiroTest::Counters& cnt(dt.getImpl()->getKiroTest().getCounters());
-    const double numCalls(static_cast<double>(cnt.orientCalls + cnt.incircleCalls));
-    r.gmpShare = numCalls > 0 ? (cnt.orientExact + cnt.incircleExact) / numCalls : 0.0;
-    r.expansionShare = numCalls > 0 ? (cnt.orientExpansion + cnt.incircleExpansion) / numCalls : 0.0;
+    const double numPoints(static_cast<double>(c.n));
+    r.gmpPerPoint = (cnt.orientExact + cnt.incircleExact) / numPoints;
+    r.expansionPerPoint = (cnt.orientExpansion + cnt.incircleExpansion) / numPoints;
   } else {
     std::vector<K::Point_2> vPoints;
     vPoints.reserve(coords.size());
@@ -126,7 +129,7 @@ int main(int argc, char** argv) {
         << "|---|---:|---:|---:|---:|---:|---:|\n";
   std::cout << std::left << std::setw(16) << "case" << std::right << std::setw(10) << "Vask s" << std::setw(10)
             << "CGAL s" << std::setw(8) << "ratio" << std::setw(11) << "Vask MiB" << std::setw(11) << "CGAL MiB"
-            << std::setw(8) << "ratio" << std::setw(14) << "triangles" << std::setw(12) << "expansion" << std::setw(10) << "GMP"
+            << std::setw(8) << "ratio" << std::setw(14) << "triangles" << std::setw(14) << "expansion/pt" << std::setw(10) << "GMP/pt"
             << std::endl;
   for (const Case& c : vCases) {
     const Result v(best(c, true, reps));
@@ -135,8 +138,8 @@ int main(int argc, char** argv) {
               << std::setw(10) << v.seconds << std::setw(10) << g.seconds << std::setw(8) << v.seconds / g.seconds
               << std::setprecision(1) << std::setw(11) << v.peakMiB << std::setw(11) << g.peakMiB
               << std::setprecision(3) << std::setw(8) << v.peakMiB / g.peakMiB << std::setw(14) << v.numTriangles
-              << std::setprecision(4) << std::setw(11) << 100.0 * v.expansionShare << "%" << std::setw(9)
-              << 100.0 * v.gmpShare << "%" << std::endl;
+              << std::setprecision(4) << std::setw(14) << v.expansionPerPoint << std::setw(10) << v.gmpPerPoint
+              << std::endl;
     if (v.numTriangles != g.numTriangles)
       std::cout << "  note: CGAL reports " << g.numTriangles << " finite faces" << std::endl;
     table << "| " << c.name << " | " << std::fixed << std::setprecision(3) << v.seconds << " | " << g.seconds << " | "

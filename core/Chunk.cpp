@@ -240,9 +240,19 @@ void Chunk::determineExtBox() {
     VASK_ASSERT(pStartVtx != NULL);
     box.add(*pStartVtx);
   }
-  // A flat box gets a small extent, far inside the fake box; data without
+  // A flat box gets a small extent, far inside the fake box: 1e-6 of the
+  // data's extent in the flat axis, which the fake box exceeds by 1%. (One
+  // extent for both axes put the corners of a flat chunk of very
+  // anisotropic data outside the fake box.) An axis without any data
+  // extent takes the other axis' share, as the fake box does; data without
   // any extent keeps a point box, which the side tests handle as it is.
-  if (pDataBox->getMaxRange() > 0.0) box.inflateIfDegenerate(1e-6 * pDataBox->getMaxRange());
+  const double maxRange(pDataBox->getMaxRange());
+  if (maxRange > 0.0) {
+    const double rangeX(pDataBox->get_maxX() - pDataBox->get_minX());
+    const double rangeY(pDataBox->get_maxY() - pDataBox->get_minY());
+    if (box.get_minX() == box.get_maxX()) box.setMaxX(box.get_maxX() + 1e-6 * (rangeX > 0.0 ? rangeX : maxRange));
+    if (box.get_minY() == box.get_maxY()) box.setMaxY(box.get_maxY() + 1e-6 * (rangeY > 0.0 ? rangeY : maxRange));
+  }
   extBox = box;
   // The triangles whose circles meet a side of the box: one flood fill
   // from the triangles at the four corners (the set of each side is

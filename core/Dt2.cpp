@@ -35,7 +35,7 @@ Dt2::Dt2(unsigned numPoints)
     : numCPU(1), hc2(0.0, 0.0, 1.0, 1.0, 30), vertexVault(this),
       pBFullDimensional(&vertexVault.bFullDimensional), bbox(&kiroTest), numAllT(0), pLastVertex(nullptr),
       bKeyMayBeLoose(false), bFastMode(false), pConstraintMgr(nullptr), bSuppressFlips(false),
-      progress("Dt2") {
+      progress("Dt2"), numThreadedRanges(0) {
   if (numPoints < 3) numPoints = 3;
   if (numPoints > MAX_POOL_HINT) numPoints = MAX_POOL_HINT;
   vertexPool.init(static_cast<int>(numPoints), -1);
@@ -58,7 +58,7 @@ bool Dt2::addToBox(const Point2& p) { return bbox.add(p); }
 
 // Doubles the box around its centre so that later points rarely change it,
 // raises the static bound of the predicates to the new box and re-keys the
-// vault. Bounds are clamped to the finite range so that the box of data near
+// vault (in the collinear state: marks its keys stale). Bounds are clamped to the finite range so that the box of data near
 // the largest double stays finite.
 void Dt2::growBox() {
   const double hx(bbox.get_maxX() * 0.5 - bbox.get_minX() * 0.5);
@@ -71,7 +71,13 @@ void Dt2::growBox() {
   bbox.setMaxY(maxY);
   kiroTest.setStaticBound_MT(std::max(std::max(std::fabs(minX), maxX), std::max(std::fabs(minY), maxY)));
   resetHilbertKey();
-  vertexVault.reindex();
+  // Without triangles the keys serve no walk: they are renewed once, when
+  // the triangulation gets area.
+  if (*pBFullDimensional) {
+    vertexVault.reindex();
+  } else {
+    vertexVault.markKeysStale();
+  }
 }
 
 // The curve's box is the doubled box.

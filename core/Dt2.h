@@ -158,6 +158,8 @@ public:
   void returnFreshTriangles(std::vector<Triangle2*>& vTriangles);
   /** Figures of the last range that went to the multi-threaded inserter. */
   const InserterMTStats& getLastMTStats() const { return lastMTStats; }
+  /** Ranges that went to the multi-threaded inserter so far. */
+  size_t getNumThreadedRanges() const { return numThreadedRanges; }
 
   // -------------------------------------------------------------------------
   // Vertex removal (Dt2_removal.cpp)
@@ -323,6 +325,7 @@ private:
   std::string name;
   ProgressPublisher progress;
   InserterMTStats lastMTStats;
+  size_t numThreadedRanges;
 };
 
 } // namespace KIRO_VASK2D

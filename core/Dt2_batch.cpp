@@ -117,6 +117,7 @@ void Dt2::triangulateRange(VtxRecIt first, VtxRecIt last, Triangle2* pStart) {
     InserterMT inserter(this, first, last, numCPU);
     inserter.go(pStart);
     lastMTStats = inserter.getStats();
+    ++numThreadedRanges;
     progress.advance(static_cast<unsigned>(lastMTStats.numVertices - lastMTStats.numSample));
     return;
   }

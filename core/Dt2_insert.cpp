@@ -360,6 +360,10 @@ void Dt2::flipUntilDelaunay(std::vector<std::pair<Triangle2*, int> >& vWork) {
 bool Dt2::createFullDimTriangle(size_t numPreExistingVtx) {
   VASK_ASSERT(!vertexVault.bFullDimensional);
   Point2 *p0(nullptr), *p1(nullptr), *p2(nullptr);
+  // Keys left stale by growth without area are renewed before the first
+  // scan, so the first triangle and the order of insertion follow the
+  // present curve.
+  vertexVault.refreshStaleKeys(numPreExistingVtx);
   if (!vertexVault.getThreeInitialPoints(p0, p1, p2)) return false;
   vertexVault.bFullDimensional = true;
   Triangle2* pT(createTriangle(p0, p1, p2));

@@ -143,7 +143,8 @@ template <class T, class Key> void splitFourWays(T* aData, size_t n, Key key, si
 
 VertexVault::VertexVault(Dt2* pDt2_)
     : bFullDimensional(false), numSorted(0), pDt2(pDt2_), numRemoved(0), numActive(0), numLineHash(0),
-      bLineIndexValid(false), pLineA(nullptr), pLineB(nullptr) {
+      numLineHashed(0), bLineIndexValid(false), pLineA(nullptr), pLineB(nullptr), pLexMin(nullptr), pLexMax(nullptr),
+      bKeysStale(false) {
   recordPool.init(3, -1);
 }
 
@@ -190,14 +191,7 @@ Point2* VertexVault::addNewVertex(const Point2& p, uint32_t idx) {
   pRec->pVtx = pVtx;
   vIdxVtxAct.push_back(pRec);
   ++numActive;
-  if (bLineIndexValid) {
-    hashInsert(pVtx);
-    if (pLineA == nullptr) {
-      pLineA = pVtx;
-    } else if (pLineB == nullptr && *pVtx != *pLineA) {
-      pLineB = pVtx;
-    }
-  }
+  if (bLineIndexValid) noteLineVertex(pVtx);
   return pVtx;
 }
 
@@ -269,18 +263,39 @@ void VertexVault::hashInsert(Point2* pVtx) {
   ++numLineHash;
 }
 
+// The hash starts empty: every record is pending until the first probe.
 void VertexVault::buildLineIndex() {
   dropLineIndex();
   bLineIndexValid = true;
-  for (IdxVtxAct* pRec : vIdxVtxAct) {
-    if (!pRec->bActive) continue;
-    hashInsert(pRec->pVtx);
-    if (pLineA == nullptr) {
-      pLineA = pRec->pVtx;
-    } else if (pLineB == nullptr && *pRec->pVtx != *pLineA) {
-      pLineB = pRec->pVtx;
-    }
+  numLineHashed = 0;
+  for (IdxVtxAct* pRec : vIdxVtxAct)
+    if (pRec->bActive) noteLineVertex(pRec->pVtx);
+}
+
+// The first two distinct vertices span the line; the lexicographic extremes
+// bound the vertices, so a point beyond them is none of them.
+void VertexVault::noteLineVertex(Point2* pVtx) {
+  if (pLineA == nullptr) {
+    pLineA = pVtx;
+  } else if (pLineB == nullptr && *pVtx != *pLineA) {
+    pLineB = pVtx;
   }
+  if (pLexMin == nullptr || *pVtx < *pLexMin) pLexMin = pVtx;
+  if (pLexMax == nullptr || *pLexMax < *pVtx) pLexMax = pVtx;
+}
+
+void VertexVault::hashPending() {
+  for (; numLineHashed < vIdxVtxAct.size(); ++numLineHashed)
+    if (vIdxVtxAct[numLineHashed]->bActive) hashInsert(vIdxVtxAct[numLineHashed]->pVtx);
+}
+
+// The hashed vertex at p, or null; slot is then the empty slot where the
+// probe ended. The hash must have slots.
+Point2* VertexVault::probeLineHash(const Point2& p, size_t hash, size_t& slot) const {
+  const size_t mask(vLineHash.size() - 1);
+  for (slot = hash & mask; vLineHash[slot].pVtx != nullptr; slot = (slot + 1) & mask)
+    if (vLineHash[slot].hash == hash && *vLineHash[slot].pVtx == p) return vLineHash[slot].pVtx;
+  return nullptr;
 }
 
 void VertexVault::dropLineIndex() {
@@ -288,36 +303,33 @@ void VertexVault::dropLineIndex() {
   bLineIndexValid = false;
   std::vector<LineSlot>().swap(vLineHash);
   numLineHash = 0;
-  pLineA = pLineB = nullptr;
+  numLineHashed = 0;
+  pLineA = pLineB = pLexMin = pLexMax = nullptr;
 }
 
 Point2* VertexVault::findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLeavesLine) {
   VASK_ASSERT(!bFullDimensional);
   if (!bLineIndexValid) buildLineIndex();
-  if (2 * (numLineHash + 1) > vLineHash.size()) {
+  const bool bBeyond(pLexMin == nullptr || p < *pLexMin || *pLexMax < p);
+  size_t slot(0), hash(0);
+  if (!bBeyond) {
+    hashPending();
     // Grow before the probe, so that the empty slot it ends at stays free.
-    hashInsertGrow();
-  }
-  const size_t mask(vLineHash.size() - 1);
-  const size_t hash(coordinateHash(p));
-  size_t slot(hash & mask);
-  for (; vLineHash[slot].pVtx != nullptr; slot = (slot + 1) & mask) {
-    if (vLineHash[slot].hash == hash && *vLineHash[slot].pVtx == p) {
+    if (2 * (numLineHash + 1) > vLineHash.size()) hashInsertGrow();
+    hash = coordinateHash(p);
+    if (Point2* pFound = probeLineHash(p, hash, slot)) {
       bLeavesLine = false;
-      return vLineHash[slot].pVtx;
+      return pFound;
     }
   }
   bLeavesLine = pLineA != nullptr && pLineB != nullptr &&
                 pDt2->getKiroTest().getOrientation2(pLineA, pLineB, &p) != ORIENTATION2_COLLINEAR;
-  bLineIndexValid = false; // addNewVertex must not insert a second time
   Point2* pVtx(addNewVertex(p, idx));
-  bLineIndexValid = true;
-  vLineHash[slot] = LineSlot{pVtx, hash};
-  ++numLineHash;
-  if (pLineA == nullptr) {
-    pLineA = pVtx;
-  } else if (pLineB == nullptr && *pVtx != *pLineA) {
-    pLineB = pVtx;
+  if (!bBeyond) {
+    // Every record was hashed before this one: it takes the probed slot.
+    vLineHash[slot] = LineSlot{pVtx, hash};
+    ++numLineHash;
+    numLineHashed = vIdxVtxAct.size();
   }
   return pVtx;
 }
@@ -325,12 +337,10 @@ Point2* VertexVault::findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLe
 Point2* VertexVault::findCollinearDuplicate(const Point2& p) {
   VASK_ASSERT(!bFullDimensional);
   if (!bLineIndexValid) buildLineIndex();
+  hashPending();
   if (vLineHash.empty()) return nullptr;
-  const size_t mask(vLineHash.size() - 1);
-  const size_t hash(coordinateHash(p));
-  for (size_t slot = hash & mask; vLineHash[slot].pVtx != nullptr; slot = (slot + 1) & mask)
-    if (vLineHash[slot].hash == hash && *vLineHash[slot].pVtx == p) return vLineHash[slot].pVtx;
-  return nullptr;
+  size_t slot(0);
+  return probeLineHash(p, coordinateHash(p), slot);
 }
 
 bool VertexVault::leavesLine(const Point2* pNew) {
@@ -340,8 +350,9 @@ bool VertexVault::leavesLine(const Point2* pNew) {
   return pDt2->getKiroTest().getOrientation2(pLineA, pLineB, pNew) != ORIENTATION2_COLLINEAR;
 }
 
-// Sorts (key << 32 | input position) words by key. More than three workers
-// and many items: four ranges split by pivots, sorted on four threads.
+// Sorts (key << 32 | input position) words by key, equal keys in input
+// order. More than three workers and many items: four ranges split by
+// pivots, sorted on four threads.
 void VertexVault::sortPairs(std::vector<uint64_t>& vPairs) const {
   const size_t n(vPairs.size());
   if (pDt2->getNumCPU() > 3 && n >= 10000) {
@@ -351,6 +362,13 @@ void VertexVault::sortPairs(std::vector<uint64_t>& vPairs) const {
     for (int q = 0; q < 4; ++q)
       vThreads.emplace_back(radixSortKeys, vPairs.data() + aBounds[q], aBounds[q + 1] - aBounds[q]);
     for (std::thread& t : vThreads) t.join();
+    // The partitions do not keep the input order: equal keys get it back,
+    // so that equal points stand in input order as after the stable sort
+    // (the settling of duplicates relies on it).
+    for (size_t begin = 0, end = 0; begin < n; begin = end) {
+      for (end = begin + 1; end < n && (vPairs[end] >> 32) == (vPairs[begin] >> 32);) ++end;
+      if (end - begin > 1) std::sort(vPairs.begin() + begin, vPairs.begin() + end);
+    }
     return;
   }
   radixSortKeys(vPairs.data(), n);
@@ -546,6 +564,7 @@ void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
     return;
   }
   if (mRedundant2UniqueVtx.empty()) return;
+  settleToFirstOccurrence();
   fixHandles(pVHandles);
   size_t numFoundInIdxVtxAct(0);
   for (size_t i = numSorted; i < vIdxVtxAct.size(); ++i) {
@@ -569,6 +588,63 @@ void VertexVault::treatDupsAndHandles(std::vector<Point2*>* pVHandles) {
   }));
   vIdxVtxAct.erase(tailEnd, vIdxVtxAct.end());
   mRedundant2UniqueVtx.clear();
+}
+
+// Which of two equal points of one batch enters the mesh first depends on
+// the order of insertion (midpoints first, a sample first, chunks on
+// threads), not on the input order; yet a duplicate is settled to its first
+// occurrence. Equal points stand in the tail in input order (the key sort
+// breaks ties by input position, batches follow each other), so the first
+// record of a group in the tail is its first occurrence. Where that is a
+// duplicate, it takes the place of the mesh vertex, which is an equal point:
+// corners are renamed, no geometry changes. A mesh vertex older than the
+// tail is the first occurrence and stays.
+void VertexVault::settleToFirstOccurrence() {
+  struct Group {
+    Point2* pFirst;     // first member of the group met in the tail
+    bool bMeshInTail;   // the mesh vertex itself was met in the tail
+  };
+  std::map<Point2*, Group> mGroups; // by mesh vertex
+  for (const std::pair<Point2* const, Point2*>& dup : mRedundant2UniqueVtx)
+    mGroups.emplace(dup.second, Group{nullptr, false});
+  for (size_t i = numSorted; i < vIdxVtxAct.size(); ++i) {
+    IdxVtxAct* pRec(vIdxVtxAct[i]);
+    if (!pRec->bActive) continue;
+    const std::map<Point2*, Point2*>::const_iterator dupIt(mRedundant2UniqueVtx.find(pRec->pVtx));
+    const std::map<Point2*, Group>::iterator groupIt(
+        mGroups.find(dupIt != mRedundant2UniqueVtx.end() ? dupIt->second : pRec->pVtx));
+    if (groupIt == mGroups.end()) continue;
+    if (groupIt->second.pFirst == nullptr) groupIt->second.pFirst = pRec->pVtx;
+    if (pRec->pVtx == groupIt->first) groupIt->second.bMeshInTail = true;
+  }
+  std::vector<Triangle2*> vIncT;
+  std::vector<std::pair<Point2*, Point2*> > vSwapped; // (old mesh vertex, first occurrence)
+  for (const std::pair<Point2* const, Group>& group : mGroups) {
+    Point2* pMesh(group.first);
+    Point2* pFirst(group.second.pFirst);
+    if (!group.second.bMeshInTail || pFirst == pMesh) continue;
+    // A vertex that a constraint segment holds (it landed on a constraint
+    // edge and split it) keeps its place: the registry knows it by address.
+    if (pDt2->isConstraintVertex(pMesh)) continue;
+    vIncT.clear();
+    pDt2->getIncidentTriangles(pMesh, vIncT);
+    VASK_ASSERT(!vIncT.empty());
+    for (Triangle2* pT : vIncT) pT->setVertexPointer(pT->getIntraTriangleIndex(pMesh), pFirst);
+    pFirst->setIncidentTriangle(pMesh->getIncidentTriangle());
+    pMesh->setIncidentTriangle(nullptr);
+    vSwapped.emplace_back(pMesh, pFirst);
+  }
+  if (vSwapped.empty()) return;
+  // Each swapped group's duplicates, the old mesh vertex among them, map to
+  // pFirst; a group whose mesh vertex stayed keeps its mapping.
+  for (std::pair<Point2* const, Point2*>& dup : mRedundant2UniqueVtx) {
+    const Group& group(mGroups.find(dup.second)->second);
+    if (group.bMeshInTail && dup.second->getIncidentTriangle() == nullptr) dup.second = group.pFirst;
+  }
+  for (const std::pair<Point2*, Point2*>& swapped : vSwapped) {
+    mRedundant2UniqueVtx.erase(swapped.second);
+    mRedundant2UniqueVtx[swapped.first] = swapped.second;
+  }
 }
 
 void VertexVault::replaceDuplicateVertexHandlesFullDim(std::vector<Point2*>& vHandles) {
@@ -718,9 +794,10 @@ void VertexVault::getRange(size_t pos, VtxRecConstIt& first, VtxRecConstIt& last
 }
 
 // Different points may share an idx: both look around equal keys, then fall
-// back to a backward scan over all records, which covers the unsorted tail.
+// back to a backward scan over all records, which covers the unsorted tail
+// (and, while the keys are stale, is the only search).
 size_t VertexVault::getIdxOfActiveVtx(const Point2* pQuery) const {
-  if (numSorted > 0) {
+  if (numSorted > 0 && !bKeysStale) {
     const uint32_t idx(pDt2->getHilbertIndex(pQuery->x(), pQuery->y()));
     const size_t pos(bisect(idx));
     for (size_t i = pos + 1; i-- > 0 && vIdxVtxAct[i]->idx == idx;)
@@ -736,7 +813,7 @@ size_t VertexVault::getIdxOfActiveVtx(const Point2* pQuery) const {
 }
 
 Point2* VertexVault::findActive(const Point2& q) const {
-  if (numSorted > 0) {
+  if (numSorted > 0 && !bKeysStale) {
     const uint32_t idx(pDt2->getHilbertIndex(q.x(), q.y()));
     const size_t pos(bisect(idx));
     for (size_t i = pos + 1; i-- > 0 && vIdxVtxAct[i]->idx == idx;)
@@ -787,6 +864,7 @@ bool VertexVault::isRebuildDue() const {
 void VertexVault::rebuild(bool bLazy) {
   if (bLazy && !isRebuildDue()) return;
   numRemoved = 0;
+  dropLineIndex();
   // Inactive records sort behind all active ones and are then cut off: drop
   // them first, keeping the order of the rest, so that a single batch that
   // was appended in curve order needs no sort at all.
@@ -810,6 +888,8 @@ void VertexVault::rebuild(bool bLazy) {
 // which also drops the inactive ones and collects the pairs for the radix
 // sort (the box grows often when points arrive in sorted order).
 void VertexVault::reindex() {
+  bKeysStale = false;
+  dropLineIndex();
   const size_t n(vIdxVtxAct.size());
   if ((pDt2->getNumCPU() > 3 && n >= 10000) || n > 0xffffffffu) {
     for (IdxVtxAct* pRec : vIdxVtxAct) pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
@@ -833,6 +913,20 @@ void VertexVault::reindex() {
   vIdxVtxAct.swap(vSorted);
   numRemoved = 0;
   numSorted = numActive = numKept;
+}
+
+void VertexVault::refreshStaleKeys(size_t splitPos) {
+  if (!bKeysStale) return;
+  bKeysStale = false;
+  dropLineIndex();
+  for (IdxVtxAct* pRec : vIdxVtxAct) pRec->idx = pDt2->getHilbertIndex(pRec->pVtx->x(), pRec->pVtx->y());
+  const VtxRecIt split(vIdxVtxAct.begin() + static_cast<std::ptrdiff_t>(splitPos));
+  if (!std::is_sorted(vIdxVtxAct.begin(), split, recordLess)) sortRecords(vIdxVtxAct.begin(), split);
+  if (!std::is_sorted(split, vIdxVtxAct.end(), recordLess)) sortRecords(split, vIdxVtxAct.end());
+  // As a re-keying at the growth would have left it: the records before the
+  // split are the sorted part, a batch behind it is the tail that the
+  // settling of its duplicates scans.
+  numSorted = splitPos;
 }
 
 // Each addition takes a vertex and a record from their pools in lockstep,
@@ -901,6 +995,7 @@ bool VertexVault::createFakeBox(const Bbox2& box) {
     kiroTest.updateStaticBound(vFakeBoxHandles.back());
   }
   if (!bFullDimensional) {
+    refreshStaleKeys(vIdxVtxAct.size());
     bFullDimensional = true;
     Triangle2* pT0(pDt2->createTriangle(vFakeBoxHandles[0], vFakeBoxHandles[1], vFakeBoxHandles[2]));
     Triangle2* pT1(pDt2->createTriangle(vFakeBoxHandles[0], vFakeBoxHandles[2], vFakeBoxHandles[3]));

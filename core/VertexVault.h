@@ -68,8 +68,21 @@ public:
   Point2* findCollinearDuplicate(const Point2& p);
   /** The active vertex at p's coordinates, or a new one appended as by
    * addNewVertex; bLeavesLine tells whether a new vertex leaves the line of
-   * the others (see leavesLine). One probe of the hash for both. */
+   * the others (see leavesLine). A point beyond the lexicographic extremes
+   * of the vertices is new without a probe: points that arrive in sorted
+   * order never touch the hash. */
   Point2* findOrAddCollinear(const Point2& p, uint32_t idx, bool& bLeavesLine);
+  /** The box grew while there is no triangle: the records keep the keys of
+   * the old curve until refreshStaleKeys. Without a mesh nothing walks from
+   * a key, and lookups by key fall back to a scan; re-keying at every
+   * growth would sort the vault once per doubling of sorted input. An
+   * empty vault has no keys to go stale: a first batch is keyed after the
+   * growth and needs no renewal. */
+  void markKeysStale() { bKeysStale = !vIdxVtxAct.empty(); }
+  /** New keys for every record if they are stale, then [0, splitPos) and
+   * [splitPos, end) sorted each by itself: a batch's waiting points stay
+   * ahead of the batch. Called where the triangulation gets area. */
+  void refreshStaleKeys(size_t splitPos);
   /** Whether the active vertices, pNew included, span an area. The line
    * through the first two distinct vertices is remembered, so that a point
    * on it costs one orientation test. Collinear state only. */
@@ -126,12 +139,16 @@ private:
   void takeVertexAndRecord(Point2*& pVtx, IdxVtxAct*& pRec);
   void releaseDuplicate(IdxVtxAct* pRec);
   void buildLineIndex();
+  void noteLineVertex(Point2* pVtx);
+  void hashPending();
+  Point2* probeLineHash(const Point2& p, size_t hash, size_t& slot) const;
   void hashInsert(Point2* pVtx);
   void hashInsertGrow();
   IdxVtxAct* findActiveRecord(const Point2* pVtx) const;
   void sortPairs(std::vector<uint64_t>& vPairs) const;
   void sortRecords(VtxRecIt first, VtxRecIt last) const;
   void fixHandles(std::vector<Point2*>* pVHandles) const;
+  void settleToFirstOccurrence();
   size_t bisect(uint32_t idx) const;
   Triangle2* nearestTriangleAround(size_t pos) const;
 
@@ -154,11 +171,19 @@ private:
     Point2* pVtx;
     size_t hash; // of pVtx's coordinates: most probes need not read the vertex
   };
+  // The hash holds the active vertices of the records before numLineHashed
+  // (records are only appended while the index is valid; any reordering
+  // drops it); the later ones were beyond the extremes when they came and
+  // are hashed at the next probe.
   std::vector<LineSlot> vLineHash;
   size_t numLineHash;
+  size_t numLineHashed;
   bool bLineIndexValid;
   Point2* pLineA;
   Point2* pLineB;
+  Point2* pLexMin;
+  Point2* pLexMax;
+  bool bKeysStale;
 };
 
 } // namespace KIRO_VASK2D

@@ -147,6 +147,43 @@ TEST(Multithreading, DegenerateSetsGiveValidDelaunayMeshes) {
   }
 }
 
+// Many duplicates, within each batch and across two batches: every handle
+// leads to the vertex of the first occurrence of its point in input order
+// (the custom index tells which input made a vertex), whatever the number
+// of threads and whichever copy the mesh took first.
+TEST(Multithreading, DuplicatesSettleToTheirFirstOccurrenceForEveryThreadCount) {
+  std::mt19937 gen(31);
+  std::uniform_int_distribution<int> cell(0, 149);
+  std::vector<std::vector<Point2> > vFamilies(3);
+  for (int i = 0; i < 30000; ++i) {
+    const int x(cell(gen)), y(cell(gen));
+    vFamilies[0].emplace_back(x, y);
+    vFamilies[1].emplace_back(x * 0.1, y * 0.3);
+    vFamilies[2].emplace_back(1e-3 * (x / 7), 1e3 * y); // runs of equal points
+  }
+  for (std::vector<Point2>& vPoints : vFamilies) {
+    for (size_t i = 0; i < vPoints.size(); ++i) vPoints[i].setCustomIndex(static_cast<int>(i));
+    const size_t numFirst(vPoints.size() / 2);
+    std::map<Point2, int> mFirst;
+    for (const Point2& p : vPoints) mFirst.insert(std::make_pair(p, p.getCustomIndex()));
+    for (int numCPU : {1, 2, 3, 4, 8}) {
+      Vask_2D dt;
+      dt.setNumCPU(numCPU);
+      std::vector<Point2*> vFirstHandles, vSecondHandles;
+      dt.insert(std::vector<Point2>(vPoints.begin(), vPoints.begin() + numFirst), vFirstHandles);
+      dt.insert(std::vector<Point2>(vPoints.begin() + numFirst, vPoints.end()), vSecondHandles);
+      vFirstHandles.insert(vFirstHandles.end(), vSecondHandles.begin(), vSecondHandles.end());
+      ASSERT_EQ(vFirstHandles.size(), vPoints.size());
+      size_t numLater(0);
+      for (size_t i = 0; i < vPoints.size(); ++i)
+        if (vFirstHandles[i]->getCustomIndex() != mFirst[vPoints[i]]) ++numLater;
+      EXPECT_EQ(numLater, 0u) << numCPU << " threads";
+      EXPECT_EQ(dt.numberOfPoints(), mFirst.size());
+      EXPECT_VALID(dt);
+    }
+  }
+}
+
 // Every chunk, prepared on the mesh before any chunk runs and then run in
 // order, writes only triangles with all corners in its extended box and
 // relinks only triangles with two corners in it: what makes chunks with

@@ -1,6 +1,7 @@
 #include "fuzz/FuzzCase.h"
 #include "fuzz/FuzzReplay.h"
 #include "Vask_2D.h"
+#include "core/Dt2.h"
 #include "helpers/TestHelpers.h"
 #include <algorithm>
 #include <cfloat>
@@ -227,7 +228,12 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
   Case c;
   c.family = family;
   c.seed = seed;
-  const std::size_t n(static_cast<std::size_t>(uniformInt(rng, 3, static_cast<int>(std::max<std::size_t>(4, maxPoints)))));
+  // A large case has batches big enough for the threads (ranges of 1000
+  // records and more) under several CPUs; its runs of single insertions and
+  // removals stay short, so that checking after every step stays cheap.
+  const bool bLarge(chance(rng, 0.3));
+  const std::size_t n(bLarge ? static_cast<std::size_t>(uniformInt(rng, 1200, 2400))
+                             : static_cast<std::size_t>(uniformInt(rng, 3, static_cast<int>(std::max<std::size_t>(4, maxPoints)))));
   std::vector<Point2> vPool(generateFamily(family, n, rng));
   if (vPool.empty()) vPool.emplace_back(0.0, 0.0);
   // The model: which points are live, which were removed.
@@ -249,13 +255,16 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
     std::advance(it, uniformInt(rng, 0, static_cast<int>(sLive.size()) - 1));
     return Point2(it->first, it->second);
   };
-  if (chance(rng, 0.3)) {
+  if (bLarge || chance(rng, 0.3)) {
     Op cpu;
     cpu.kind = OpKind::Cpu;
     cpu.arg = uniformInt(rng, 2, 8);
     c.vOps.push_back(cpu);
   }
-  const bool bConstraints(chance(rng, constraintRate));
+  // Large cases stay without constraints: constraints keep batches on one
+  // thread anyway, and the exact constraint check after every step of a
+  // case of thousands of points would eat the time per case.
+  const bool bConstraints(chance(rng, constraintRate) && !bLarge);
   std::vector<Point2> vSegEnds; // the ends of every segment asked for, in pairs
   const int numOps(uniformInt(rng, 1, bConstraints ? 40 : 30));
   for (int k = 0; k < numOps; ++k) {
@@ -304,7 +313,7 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
     const int w(uniformInt(rng, 0, 99));
     Op op;
     if (w < 30) { // a run of single insertions
-      const int run(chance(rng, 0.3) ? static_cast<int>(vPool.size()) : uniformInt(rng, 1, 8));
+      const int run(!bLarge && chance(rng, 0.3) ? static_cast<int>(vPool.size()) : uniformInt(rng, 1, 8));
       for (int i = 0; i < run; ++i) {
         Op ins;
         ins.kind = OpKind::Insert;
@@ -316,12 +325,13 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
     } else if (w < 50) { // a batch in one of three forms
       const int form(uniformInt(rng, 0, 2));
       op.kind = form == 0 ? OpKind::Batch : (form == 1 ? OpKind::BatchHandles : OpKind::Array);
-      const std::size_t m(chance(rng, 0.5) ? vPool.size() : static_cast<std::size_t>(uniformInt(rng, 1, 20)));
+      const std::size_t m(chance(rng, bLarge ? 0.8 : 0.5) ? vPool.size()
+                                                          : static_cast<std::size_t>(uniformInt(rng, 1, 20)));
       for (std::size_t i = 0; i < m; ++i) op.vPoints.push_back(pick());
       for (const Point2& p : op.vPoints) add(p);
     } else if (w < 72) { // a run of removals
       if (sLive.empty()) continue;
-      const int run(chance(rng, 0.2) ? static_cast<int>(sLive.size()) : uniformInt(rng, 1, 5));
+      const int run(!bLarge && chance(rng, 0.2) ? static_cast<int>(sLive.size()) : uniformInt(rng, 1, 5));
       for (int i = 0; i < run && !sLive.empty(); ++i) {
         Op rem;
         rem.kind = OpKind::Remove;
@@ -355,7 +365,7 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
       op.arg = chance(rng, 0.5) ? 1 : 0;
     } else {
       op.kind = OpKind::Cpu;
-      op.arg = chance(rng, 0.5) ? 1 : uniformInt(rng, 2, 8);
+      op.arg = chance(rng, bLarge ? 0.2 : 0.5) ? 1 : uniformInt(rng, 2, 8);
     }
     c.vOps.push_back(op);
   }
@@ -443,6 +453,8 @@ void apply(Replay& r, const Op& op) {
                         (op.kind == OpKind::Insert && !isFinite(op.vPoints[0])));
   Snapshot before;
   if (bRefusable) before = snapshot(r.dt);
+  const bool bBatch(op.kind == OpKind::Batch || op.kind == OpKind::BatchHandles || op.kind == OpKind::Array);
+  const std::size_t numThreadedBefore(r.dt.getImpl()->getNumThreadedRanges());
   switch (op.kind) {
   case OpKind::Insert: {
     Point2* h(r.dt.insert(op.vPoints[0]));
@@ -522,6 +534,10 @@ void apply(Replay& r, const Op& op) {
     if (got != std::max(1, op.arg)) r.fail("setNumCPU returned another count", std::to_string(got));
     break;
   }
+  }
+  if (bBatch) {
+    ++r.outcome.numBatches;
+    if (r.dt.getImpl()->getNumThreadedRanges() != numThreadedBefore) ++r.outcome.numThreadedBatches;
   }
   // Constraint operations insert points too (ends, crossings, midpoints).
   if (r.bFast && (op.kind == OpKind::Insert || op.kind == OpKind::Batch || op.kind == OpKind::BatchHandles ||

@@ -63,6 +63,8 @@ struct Outcome {
   // The constraint checker's worst deviations and counts over the run.
   double maxCrossingUlps = 0.0, maxCrossingRootUlps = 0.0, maxMidpointUlps = 0.0;
   std::size_t numCrossings = 0, numConformingNonDelaunay = 0, numShortPiecesMissing = 0;
+  std::size_t numBatches = 0;         // batch operations run (vector, with handles, array)
+  std::size_t numThreadedBatches = 0; // ... of which the multi-threaded inserter took a range
 };
 
 /** Replays the case on a fresh triangulation and checks the mesh and the

@@ -103,7 +103,8 @@ Outcome runIsolated(const Case& c, double timeout) {
       }
     }
     std::ostringstream oss;
-    oss << (o.ok ? 1 : 0) << '\n' << o.step << '\n' << o.numSteps << '\n' << o.kind << '\n' << o.message << '\n';
+    oss << (o.ok ? 1 : 0) << '\n' << o.step << '\n' << o.numSteps << '\n' << o.numBatches << '\n'
+        << o.numThreadedBatches << '\n' << o.kind << '\n' << o.message << '\n';
     oss.precision(17);
     oss << o.maxCrossingUlps << ' ' << o.maxCrossingRootUlps << ' ' << o.maxMidpointUlps << ' ' << o.numCrossings
         << ' ' << o.numConformingNonDelaunay << ' ' << o.numShortPiecesMissing << '\n';
@@ -159,7 +160,7 @@ Outcome runIsolated(const Case& c, double timeout) {
   }
   std::istringstream in(text);
   int ok(0);
-  if (!(in >> ok >> o.step >> o.numSteps)) {
+  if (!(in >> ok >> o.step >> o.numSteps >> o.numBatches >> o.numThreadedBatches)) {
     o.ok = false;
     o.kind = "crash";
     o.step = c.vOps.empty() ? 0 : c.vOps.size() - 1;
@@ -293,6 +294,7 @@ struct Stats {
   // Constraints: worst deviations in ulps and totals over all cases.
   double maxCrossingUlps = 0, maxCrossingRootUlps = 0, maxMidpointUlps = 0;
   long numCrossings = 0, numConformingNonDelaunay = 0, numShortPiecesMissing = 0;
+  long batches = 0, threadedBatches = 0; // batch operations, and those that ran on threads
   std::vector<std::string> vFiles;
   void add(const Outcome& o) {
     maxCrossingUlps = std::max(maxCrossingUlps, o.maxCrossingUlps);
@@ -306,6 +308,8 @@ struct Stats {
     std::printf("[vask_fuzz] %.0f s: %ld cases, %ld operations (%.0f cases/min, %.0f ops/min), %ld failures\n",
                 elapsed, cases, ops, cases * 60.0 / std::max(elapsed, 1e-9), ops * 60.0 / std::max(elapsed, 1e-9),
                 failures);
+    std::printf("  batches: %ld, on several threads: %ld (%.0f%%)\n", batches, threadedBatches,
+                100.0 * threadedBatches / std::max(1L, batches));
     std::printf("  cases per family:");
     for (const auto& e : mCasesPerFamily) std::printf(" %s %ld", e.first.c_str(), e.second);
     std::printf("\n  operations per kind:");
@@ -402,6 +406,8 @@ int main(int argc, char** argv) {
     const std::size_t numRun(o.ok ? c.vOps.size() : std::min(c.vOps.size(), o.step + 1));
     for (std::size_t i = 0; i < numRun; ++i) ++stats.mOpsPerKind[opName(c.vOps[i].kind)];
     stats.ops += static_cast<long>(numRun);
+    stats.batches += static_cast<long>(o.numBatches);
+    stats.threadedBatches += static_cast<long>(o.numThreadedBatches);
     if (!o.ok) {
       ++stats.failures;
       std::printf("[vask_fuzz] FAILURE in %s, seed %llu, operation %zu of %zu: %s; shrinking\n", family.c_str(),

@@ -125,6 +125,10 @@ Point2* ConstraintSegment2::insertAndSplit(const Point2& splitPos) {
   }
   bAlive = true;
   split_combinatorialOnly(pSplit);
+  // The old edge may still stand, no longer protected and perhaps not
+  // Delaunay: it is swept before anything else is inserted, since an
+  // insertion's flips only look at the edges around its own vertex.
+  pOwnerDt->sweepFormerConstraintEdge(p0, p1);
   // Each half goes its own road; a half that existed already and is dead
   // gives its alive leaves.
   ConstraintMgr* pMgr(pOwnerDt->getConstraintMgr());
@@ -132,9 +136,6 @@ Point2* ConstraintSegment2::insertAndSplit(const Point2& splitPos) {
   ConstraintSegment2* pKid1(aChildren[1]);
   pMgr->apply(pKid1);
   pMgr->apply(pKid0);
-  // The old edge may still stand, no longer protected and perhaps not
-  // Delaunay: it is swept first, then the vertex's surroundings.
-  pOwnerDt->sweepFormerConstraintEdge(p0, p1);
   pOwnerDt->bfsFlipIncident(pSplit);
   return pSplit;
 }

@@ -321,32 +321,30 @@ struct Checker {
       }
       if (pAt != pEnd) result.fail("getPolygonVertices ends inside a root's chain");
     }
-    // A polygon: the pairs, taken without direction, form one cycle. An
-    // oriented graph keeps the direction the user gave each side, which need
-    // not run round the ring consistently.
+    // A polygon: the pairs, taken without direction, form one closed walk:
+    // every vertex has an even number of sides and all are connected. (An
+    // oriented graph keeps the direction the user gave each side, and a ring
+    // that touches itself - a vertex exactly on another side splits it -
+    // passes a vertex twice.)
     if (pCG->isPolygon() && !vPairs.empty()) {
       std::unordered_map<const Point2*, std::vector<const Point2*> > mAdj;
       for (std::size_t i = 0; i < vPairs.size(); i += 2) {
         mAdj[vPairs[i]].push_back(vPairs[i + 1]);
         mAdj[vPairs[i + 1]].push_back(vPairs[i]);
       }
-      bool bDegreeTwo(true);
+      bool bEven(true);
       for (const auto& entry : mAdj)
-        if (entry.second.size() != 2) bDegreeTwo = false;
-      if (!bDegreeTwo) {
-        result.fail("a polygon's vertex has not two sides");
-      } else {
-        const Point2* pPrev(nullptr);
-        const Point2* pAt(vPairs[0]);
-        std::size_t n(0);
-        do {
-          const std::vector<const Point2*>& v(mAdj[pAt]);
-          const Point2* pNext(v[0] != pPrev ? v[0] : v[1]);
-          pPrev = pAt;
-          pAt = pNext;
-        } while (pAt != vPairs[0] && ++n <= mAdj.size());
-        if (n + 1 != mAdj.size()) result.fail("a polygon's sides form more than one cycle");
+        if (entry.second.size() % 2 != 0) bEven = false;
+      if (!bEven) result.fail("a polygon's sides don't close");
+      std::unordered_set<const Point2*> sSeen{vPairs[0]};
+      std::vector<const Point2*> vStack{vPairs[0]};
+      while (!vStack.empty()) {
+        const Point2* p(vStack.back());
+        vStack.pop_back();
+        for (const Point2* q : mAdj[p])
+          if (sSeen.insert(q).second) vStack.push_back(q);
       }
+      if (sSeen.size() != mAdj.size()) result.fail("a polygon's sides form more than one cycle");
     }
   }
 };

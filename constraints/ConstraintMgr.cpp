@@ -223,12 +223,8 @@ ConstraintGraph2* ConstraintMgr::createConstraint_oriented(std::vector<Segment2>
     Point2* pTrg(pDt2->insert(seg.getTrg()));
     vPairs.emplace_back(pSrc, pTrg);
   }
-  ConstraintGraph2* pCG(buildGraphOriented(vPairs, cis, "ConstraingMgr::createConstraint_oriented(vSegments,...)",
-                                           "(2) Identical source and endpoint, a constraint segment has been skipped."));
-  std::vector<ConstraintSegment2*> vCSeg;
-  pCG->getOriginalConstraintSegments(vCSeg);
-  applyAll(vCSeg);
-  return pCG;
+  return applyRoots(buildGraphOriented(vPairs, cis, "ConstraingMgr::createConstraint_oriented(vSegments,...)",
+                                       "(2) Identical source and endpoint, a constraint segment has been skipped."));
 }
 
 ConstraintGraph2* ConstraintMgr::createConstraint(std::vector<Edge2>& vEdges, ConstraintInsertionStrategy cis) {
@@ -239,12 +235,8 @@ ConstraintGraph2* ConstraintMgr::createConstraint(std::vector<Edge2>& vEdges, Co
     edge.getPoints(pSrc, pTrg);
     vPairs.emplace_back(pSrc, pTrg);
   }
-  ConstraintGraph2* pCG(buildGraphOriented(vPairs, cis, "ConstraingMgr::createConstraint()",
-                                           "(1) Identical source and endpoint, a constraint segment has been skipped."));
-  std::vector<ConstraintSegment2*> vCSeg;
-  pCG->getOriginalConstraintSegments(vCSeg);
-  applyAll(vCSeg);
-  return pCG;
+  return applyRoots(buildGraphOriented(vPairs, cis, "ConstraingMgr::createConstraint()",
+                                       "(1) Identical source and endpoint, a constraint segment has been skipped."));
 }
 
 ConstraintGraph2* ConstraintMgr::buildGraphOriented(const std::vector<std::pair<Point2*, Point2*> >& vPairs,
@@ -279,8 +271,12 @@ ConstraintGraph2* ConstraintMgr::buildGraphOriented(const std::vector<std::pair<
 // ---------------------------------------------------------------------------
 // Application
 
-void ConstraintMgr::applyAll(const std::vector<ConstraintSegment2*>& vCSeg) {
+// Applies the graph's roots in order and returns the graph.
+ConstraintGraph2* ConstraintMgr::applyRoots(ConstraintGraph2* pCG) {
+  std::vector<ConstraintSegment2*> vCSeg;
+  pCG->getOriginalConstraintSegments(vCSeg);
   for (ConstraintSegment2* pCSeg : vCSeg) apply(pCSeg);
+  return pCG;
 }
 
 void ConstraintMgr::apply(ConstraintSegment2* pCSeg) {

@@ -127,7 +127,7 @@ private:
   void sortedSegments(bool bAliveOnly, std::vector<ConstraintSegment2*>& vOut) const;
   ConstraintGraph2* buildGraphOriented(const std::vector<std::pair<Point2*, Point2*> >& vPairs,
                                        ConstraintInsertionStrategy cis, const char* tag, const char* message);
-  void applyAll(const std::vector<ConstraintSegment2*>& vCSeg);
+  ConstraintGraph2* applyRoots(ConstraintGraph2* pCG);
 
   FlatTable<ConstraintSegment2*, std::pair<Point2*, Point2*>, SegmentByPairOps> tSegments; // alive and dead
   FlatTable<Point2*, Point2*, VertexSetOps> tVertices; // all end points

@@ -341,24 +341,9 @@ Triangle2* Dt2::retriangulatePolygon(std::vector<PolyEdge>& vPolygon, std::vecto
   return pLastNew;
 }
 
-void Dt2::restoreDelaunay(std::vector<Triangle2*>& vT) {
-  // Rounds over the list; a flipped triangle leaves its other edges to the
-  // next round, where both triangles of the flip are tried again.
-  while (!vT.empty()) {
-    vRestoreNextT.clear();
-    for (Triangle2* pT : vT) {
-      for (int i = 0; i < 3; ++i) {
-        if (!mustFlip(pT, i, false)) continue;
-        Triangle2* pN(pT->getOppositeTriangle(i));
-        flip(pT, i);
-        vRestoreNextT.push_back(pT);
-        vRestoreNextT.push_back(pN);
-        break;
-      }
-    }
-    vT.swap(vRestoreNextT);
-  }
-}
+// The same rounds as after a removal: every edge of the listed triangles,
+// a flipped pair tried again in the next round.
+void Dt2::restoreDelaunay(std::vector<Triangle2*>& vT) { flipSweep(vT); }
 
 void Dt2::killAndUnestablishConstraintSegment(ConstraintSegment2* pCSeg) {
   pCSeg->setDead();

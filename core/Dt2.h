@@ -302,6 +302,7 @@ private:
   std::vector<Triangle2*> vEarT;                              // its ears, in the order of cutting
   std::vector<Triangle2*> vRemainingT;                        // its last three triangles
   std::vector<std::pair<Triangle2*, int> > vSweepE, vSweepNextE; // rounds of the removal's flip sweep
+  std::vector<Triangle2*> vSweepNextT; // next round of flipSweep (hull removal, restoreDelaunay)
   bool bFastMode;
   ConstraintMgr* pConstraintMgr; // null until the first constraint
   void deleteConstraintMgr();
@@ -316,7 +317,7 @@ private:
   void applyOneLeaf(ConstraintSegment2* pCSeg, std::vector<ConstraintSegment2*>& vWorkStack);
   // Working sets of the constrained road, kept to avoid allocation per segment
   std::vector<PolyEdge> vPolyLeft, vPolyRight;
-  std::vector<Triangle2*> vCrossedT, vCdtNewT, vRestoreNextT;
+  std::vector<Triangle2*> vCrossedT, vCdtNewT;
   std::vector<std::pair<Triangle2*, int> > vKillWork;
   Point2 crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2* pOther);
   /** Set only while triangles are cut in; insertion then flips nothing but

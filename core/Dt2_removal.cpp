@@ -89,7 +89,7 @@ void Dt2::removeHullVertex(Point2* pVtx, bool bUpdateVault) {
 // Rounds of exact Delaunay flips over all edges of the listed triangles;
 // dead triangles have no neighbours and are passed over.
 void Dt2::flipSweep(std::vector<Triangle2*>& vList) {
-  std::vector<Triangle2*> vNext;
+  std::vector<Triangle2*>& vNext(vSweepNextT);
   while (!vList.empty()) {
     vNext.clear();
     for (Triangle2* pT : vList) {

@@ -243,15 +243,26 @@ Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2*
   const Point2 &p0(*pCSeg->getSrc()), &p1(*pCSeg->getTrg()), &q0(*pOther->getSrc()), &q1(*pOther->getTrg());
   // "Next to a piece": foot strictly inside it, at most one unit in the
   // last place (at the largest coordinate of the piece and the point) from
-  // its line.
+  // its line. getUlp is one or two such units; half of it leaves room for
+  // the rounding of r, which is about one unit too where the point lies
+  // near an end of the piece.
   auto isNextTo = [](const Point2& a, const Point2& b, const Point2& c, double& t) {
     double r(0.0);
     if (!getRelativePlacement(a, b, c, t, r) || !(t > 0.0 && t < 1.0)) return false;
-    const double tolerance(getUlp(std::max(std::max(a.getMaxAbs(), b.getMaxAbs()), c.getMaxAbs())));
+    const double tolerance(0.5 * getUlp(std::max(std::max(a.getMaxAbs(), b.getMaxAbs()), c.getMaxAbs())));
     // r is relative to the length; the length, in units of the larger
     // difference s, is at most sqrt(2), so r * s * sqrt(2) bounds the distance.
     const double s(std::max(std::fabs(b.x() - a.x()), std::fabs(b.y() - a.y())));
     return r * 1.4142135623730951 <= tolerance / s;
+  };
+  // A split vertex must advance strictly along the piece's root (exactly):
+  // the chain of a root runs forward, and a piece nearly perpendicular to
+  // its root (near tiny coordinates) leaves no room between its ends.
+  auto isAhead = [this](const ConstraintSegment2* pPiece, const Point2& pos) {
+    const ConstraintSegment2* pRoot(pPiece->getRoot());
+    const int s0(kiroTest.getDotSign_MT(pPiece->getSrc(), &pos, pRoot->getSrc(), pRoot->getTrg()));
+    const int s1(kiroTest.getDotSign_MT(&pos, pPiece->getTrg(), pRoot->getSrc(), pRoot->getTrg()));
+    return s0 != 0 && s0 == s1;
   };
   const ConstraintSegment2* pRoot0(pCSeg->getRoot());
   const ConstraintSegment2* pRoot1(pOther->getRoot());
@@ -263,30 +274,36 @@ Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2*
   double t(0.0);
   if (bRootsCross) {
     const Point2 pos(getProperCrossing(kiroTest, r0, r1, s0, s1));
-    if (isNextTo(p0, p1, pos, t) && isNextTo(q0, q1, pos, t)) return pos;
+    if (isNextTo(p0, p1, pos, t) && isNextTo(q0, q1, pos, t) && isAhead(pCSeg, pos) && isAhead(pOther, pos))
+      return pos;
   }
   const Point2 crossing(getProperCrossing(kiroTest, p0, p1, q0, q1));
-  // Of the end points next to the other piece, the one nearest the pieces'
-  // crossing, measured along the pieces.
+  // Of the end points next to the other piece (or, failing that, merely
+  // ahead on it), the one nearest the pieces' crossing, measured along the
+  // pieces.
   const Point2* pBest(nullptr);
   double bestDist(0.0);
   double tCross0(0.0), tCross1(0.0), r(0.0);
   const bool bPlaced0(getRelativePlacement(p0, p1, crossing, tCross0, r));
   const bool bPlaced1(getRelativePlacement(q0, q1, crossing, tCross1, r));
-  auto consider = [&](const Point2& end, double tEndOnOwn, const Point2& a, const Point2& b, double tCrossOnOwn,
-                      bool bPlaced) {
-    if (!bPlaced || !isNextTo(a, b, end, t)) return;
+  auto consider = [&](const Point2& end, double tEndOnOwn, const ConstraintSegment2* pOn, double tCrossOnOwn,
+                      bool bPlaced, bool bNear) {
+    if (!bPlaced || (bNear && !isNextTo(*pOn->getSrc(), *pOn->getTrg(), end, t)) || !isAhead(pOn, end)) return;
     const double dist(std::fabs(tEndOnOwn - tCrossOnOwn));
     if (pBest == nullptr || dist < bestDist) {
       pBest = &end;
       bestDist = dist;
     }
   };
-  consider(p0, 0.0, q0, q1, tCross0, bPlaced0);
-  consider(p1, 1.0, q0, q1, tCross0, bPlaced0);
-  consider(q0, 0.0, p0, p1, tCross1, bPlaced1);
-  consider(q1, 1.0, p0, p1, tCross1, bPlaced1);
-  return pBest != nullptr ? *pBest : crossing;
+  for (const bool bNear : {true, false}) {
+    consider(p0, 0.0, pOther, tCross0, bPlaced0, bNear);
+    consider(p1, 1.0, pOther, tCross0, bPlaced0, bNear);
+    consider(q0, 0.0, pCSeg, tCross1, bPlaced1, bNear);
+    consider(q1, 1.0, pCSeg, tCross1, bPlaced1, bNear);
+    if (pBest != nullptr) return *pBest;
+    if (isAhead(pCSeg, crossing) && isAhead(pOther, crossing)) return crossing;
+  }
+  return crossing;
 }
 
 // Ear cutting on a pseudo-polygon. The crossed triangles serve as

@@ -809,6 +809,46 @@ void KiroTest::getIntersectionCoords_gmp_MT(const Point2* a, const Point2* b, co
   }
 }
 
+// The filter: each difference and product has a relative error of at most
+// one unit u = 2^-53 (the factors of the products are rounded differences),
+// the sum one more, so |dot' - dot| <= (4u + O(u^2)) (|P1'| + |P2'|); 8u is
+// safe in every rounding mode. Below a permanent of 2^-900 a product may
+// have lost bits to underflow, and an overflow has no bound: both go to the
+// rationals, unless each product has a zero factor (a difference of doubles
+// is zero exactly when they are equal).
+int KiroTest::getDotSign_MT(const Point2* a, const Point2* b, const Point2* c, const Point2* d) {
+  const bool bFiniteInput(isFinitePoint(a) && isFinitePoint(b) && isFinitePoint(c) && isFinitePoint(d));
+  VASK_ASSERT(bFiniteInput);
+  const double ux(b->x() - a->x()), vx(d->x() - c->x()), uy(b->y() - a->y()), vy(d->y() - c->y());
+  const double p1(ux * vx), p2(uy * vy);
+  const double perm(std::fabs(p1) + std::fabs(p2)), dot(p1 + p2);
+  if (perm < HUGE_VAL && perm > 0x1p-900) {
+    const double err(8.0 * epsilon * perm);
+    if (dot > err) return 1;
+    if (-err > dot) return -1;
+  }
+  if ((ux == 0.0 || vx == 0.0) && (uy == 0.0 || vy == 0.0)) return 0;
+  std::lock_guard<std::mutex> lock(mtxIntersection);
+  initIntersectionRationals();
+  mpq_t* q(aIsQ);
+  mpq_set_d(q[0], b->x());
+  mpq_set_d(q[1], a->x());
+  mpq_sub(q[0], q[0], q[1]);
+  mpq_set_d(q[1], d->x());
+  mpq_set_d(q[2], c->x());
+  mpq_sub(q[1], q[1], q[2]);
+  mpq_mul(q[0], q[0], q[1]);
+  mpq_set_d(q[1], b->y());
+  mpq_set_d(q[2], a->y());
+  mpq_sub(q[1], q[1], q[2]);
+  mpq_set_d(q[2], d->y());
+  mpq_set_d(q[3], c->y());
+  mpq_sub(q[2], q[2], q[3]);
+  mpq_mul(q[1], q[1], q[2]);
+  mpq_add(q[0], q[0], q[1]);
+  return mpq_sgn(q[0]);
+}
+
 // mpq_get_d truncates toward zero, so the exact value lies between the
 // truncated t and its neighbour u away from zero (or equals t). The nearer
 // of the two wins; their midpoint is exact in rationals. A tie goes to the

@@ -153,6 +153,10 @@ public:
   void getIntersectionCoords_gmp_MT(const Point2* a, const Point2* b, const Point2* c, const Point2* d, double& x,
                                     double& y, bool bRoundToNearest = false);
 
+  /** Sign of the dot product (b - a) . (d - c), exact; non-finite
+   * coordinates are errors of the caller (VaskException). Thread-safe. */
+  int getDotSign_MT(const Point2* a, const Point2* b, const Point2* c, const Point2* d);
+
   /** Short name of an orientation: "COL", "CCW", "CW". */
   static const char* getShortString(Orientation2 ori);
 

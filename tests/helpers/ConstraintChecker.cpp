@@ -2,6 +2,7 @@
 #include "Vask_2D.h"
 #include "helpers/ExactOracle.h"
 #include "helpers/TestHelpers.h"
+#include "core/Dt2.h"
 #include <algorithm>
 #include <cstdio>
 #include <functional>
@@ -67,11 +68,6 @@ double deviationUlps(const Point2& a, const Point2& b, const Point2& v) {
   return lineDeviation(a, b, v, ulpOf(maxAbs({&a, &b, &v})));
 }
 
-bool sameLine(const ConstraintSegment2* r, const ConstraintSegment2* s) {
-  return exactOrientationSign(*r->getSrc(), *r->getTrg(), *s->getSrc()) == 0 &&
-         exactOrientationSign(*r->getSrc(), *r->getTrg(), *s->getTrg()) == 0;
-}
-
 // The state of one check.
 struct Checker {
   KIRO_VASK2D::Vask_2D& dt;
@@ -125,7 +121,10 @@ struct Checker {
   void checkPieces() {
     std::vector<ConstraintSegment2*> vAlive;
     dt.getAliveConstraintSegments(vAlive);
-    double maxCoord(0.0);
+    // The library halves a conforming piece while it is wider than an ulp
+    // of the largest coordinate its predicates were prepared for, which
+    // can exceed every vertex (the first insertions' bounding box).
+    double maxCoord(dt.getImpl()->getKiroTest().getMaxCoord());
     for (const Point2* p : sVertices) maxCoord = std::max(maxCoord, p->getMaxAbs());
     const double shortLimit(SHORT_PIECE_ULPS * ulpOf(maxCoord));
     for (const ConstraintSegment2* p : vAlive) {
@@ -202,12 +201,14 @@ struct Checker {
     if (sUsed.size() != vLeaves.size()) result.fail("leaves of a root outside its chain");
   }
 
-  // v is on the chain of a root whose line differs from the root's.
+  // v is on the chain of another root: a crossing, or, where the roots
+  // overlap on one line, a vertex of the other chain that stands off the
+  // line by rounding (a conforming midpoint, a crossing of a third root).
   bool isCrossing(const Point2* v, const ConstraintSegment2* pRoot) const {
     const auto it(mRootsAt.find(v));
     if (it == mRootsAt.end()) return false;
     for (const ConstraintSegment2* pOther : it->second)
-      if (pOther != pRoot && !sameLine(pRoot, pOther)) return true;
+      if (pOther != pRoot) return true;
     return false;
   }
 

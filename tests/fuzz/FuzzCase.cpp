@@ -553,13 +553,16 @@ void apply(Replay& r, const Op& op) {
 
 } // namespace
 
-Outcome runCase(const Case& c, const std::function<void(std::size_t)>& onStep) {
+Outcome runCase(const Case& c, const std::function<void(std::size_t)>& onStep,
+                const std::function<void(bool)>& onLibrary) {
   Replay r;
   r.pForeign = r.foreign.insert(Point2(0.25, 0.5));
   for (std::size_t i = 0; i < c.vOps.size(); ++i) {
     r.outcome.step = i;
     try {
+      if (onLibrary) onLibrary(true);
       apply(r, c.vOps[i]);
+      if (onLibrary) onLibrary(false);
       if (r.outcome.ok) checkModel(r);
       if (r.outcome.ok) checkStep(r);
     } catch (const KIRO_VASK2D::VaskException& e) {

@@ -70,8 +70,11 @@ struct Outcome {
 /** Replays the case on a fresh triangulation and checks the mesh and the
  * bookkeeping after every operation. Stops at the first failure; a
  * VaskException or other exception is a failure too. onStep, if given, is
- * called after each checked step. */
-Outcome runCase(const Case& c, const std::function<void(std::size_t)>& onStep = nullptr);
+ * called after each checked step; onLibrary, if given, with true before
+ * each operation and false after it, so that a caller can time the library
+ * apart from the checks. */
+Outcome runCase(const Case& c, const std::function<void(std::size_t)>& onStep = nullptr,
+                const std::function<void(bool)>& onLibrary = nullptr);
 
 /** The text form: comment lines start with '#', then one operation a line. */
 std::string toText(const Case& c, const std::vector<std::string>& vComments);

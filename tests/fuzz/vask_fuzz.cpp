@@ -27,6 +27,7 @@
 #include <sstream>
 #include <string>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -58,6 +59,9 @@ struct Options {
 
 // Runs the case in a child process: a crash, an exception or a walk that
 // never returns cannot take the fuzzer with it.
+// The checks may take this many times the library's time limit.
+const double CHECK_TIME_FACTOR = 10.0;
+
 Outcome runIsolated(const Case& c, double timeout) {
   int fds[2];
   if (pipe(fds) != 0) {
@@ -72,18 +76,34 @@ Outcome runIsolated(const Case& c, double timeout) {
   }
   if (pid == 0) {
     close(fds[0]);
-    // The time limit counts the child's processor time, so that a machine
-    // busy with other work does not turn a slow case into a hang.
-    const rlim_t seconds(static_cast<rlim_t>(std::max(1.0, std::ceil(timeout))));
+    // The time limit counts processor time, so that a machine busy with
+    // other work does not turn a slow case into a hang, and only the
+    // library's: a virtual timer runs during the operations and stops
+    // during the checks, whose exact arithmetic grows with the mesh at
+    // every step. Its signal ends the child. The checks get a generous
+    // limit of their own.
+    const rlim_t seconds(static_cast<rlim_t>(std::max(1.0, std::ceil(CHECK_TIME_FACTOR * timeout))));
     const rlimit cpu = {seconds, seconds + 1};
     setrlimit(RLIMIT_CPU, &cpu);
+    itimerval budget = {};
+    budget.it_value.tv_sec = static_cast<time_t>(timeout);
+    budget.it_value.tv_usec = static_cast<suseconds_t>((timeout - std::floor(timeout)) * 1e6);
+    auto onLibrary = [&budget](bool bStart) {
+      if (bStart) {
+        if (budget.it_value.tv_sec == 0 && budget.it_value.tv_usec == 0) budget.it_value.tv_usec = 1;
+        setitimer(ITIMER_VIRTUAL, &budget, nullptr);
+      } else {
+        const itimerval stop = {};
+        setitimer(ITIMER_VIRTUAL, &stop, &budget);
+      }
+    };
     // The library's output (warnings for refused input, the text of a
     // failed condition) goes to a scratch file; the condition is kept.
     std::FILE* pOut(std::tmpfile());
     const int devNull(open("/dev/null", O_WRONLY));
     dup2(pOut ? fileno(pOut) : devNull, 1);
     dup2(devNull, 2);
-    Outcome o(runCase(c));
+    Outcome o(runCase(c, nullptr, onLibrary));
     if (!o.ok && o.kind == "VaskException" && pOut) {
       std::fflush(stdout);
       std::cout.flush();
@@ -121,7 +141,7 @@ Outcome runIsolated(const Case& c, double timeout) {
   std::string text;
   const Clock::time_point t0(Clock::now());
   bool bTimedOut(false);
-  const double wallLimit(10.0 * timeout + 10.0); // a child that waits on something
+  const double wallLimit(2.0 * CHECK_TIME_FACTOR * timeout + 10.0); // a child that waits on something
   for (;;) {
     const double left(wallLimit - secondsSince(t0));
     if (left <= 0) {
@@ -142,12 +162,15 @@ Outcome runIsolated(const Case& c, double timeout) {
   int status(0);
   waitpid(pid, &status, 0);
   Outcome o;
-  if (bTimedOut || (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU)) {
+  if (bTimedOut || (WIFSIGNALED(status) && (WTERMSIG(status) == SIGXCPU || WTERMSIG(status) == SIGVTALRM))) {
     o.ok = false;
     o.step = c.vOps.empty() ? 0 : c.vOps.size() - 1;
     o.kind = "timeout";
     char buf[96];
-    std::snprintf(buf, sizeof buf, "no answer within %g s of processor time (a walk that never ends?)", timeout);
+    if (!bTimedOut && WTERMSIG(status) == SIGXCPU)
+      std::snprintf(buf, sizeof buf, "the checks took more than %g s of processor time", CHECK_TIME_FACTOR * timeout);
+    else
+      std::snprintf(buf, sizeof buf, "no answer within %g s of processor time (a walk that never ends?)", timeout);
     o.message = buf;
     return o;
   }
@@ -362,9 +385,24 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "%s\n", error.c_str());
       return 2;
     }
-    const Outcome o(runCase(c));
-    std::printf("%s: %s after %zu of %zu operations%s%s\n", opt.replay.c_str(), o.ok ? "valid" : "FAILED",
-                o.numSteps, c.vOps.size(), o.ok ? "" : ": ", o.message.c_str());
+    // Processor time of the operations apart from the checks.
+    double libSeconds(0.0);
+    timespec t0 = {};
+    auto cpuNow = []() {
+      timespec t;
+      clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+      return t;
+    };
+    const Outcome o(runCase(c, nullptr, [&](bool bStart) {
+      if (bStart) {
+        t0 = cpuNow();
+      } else {
+        const timespec t1(cpuNow());
+        libSeconds += static_cast<double>(t1.tv_sec - t0.tv_sec) + 1e-9 * static_cast<double>(t1.tv_nsec - t0.tv_nsec);
+      }
+    }));
+    std::printf("%s: %s after %zu of %zu operations%s%s (operations %.2f s of processor time)\n", opt.replay.c_str(),
+                o.ok ? "valid" : "FAILED", o.numSteps, c.vOps.size(), o.ok ? "" : ": ", o.message.c_str(), libSeconds);
     return o.ok ? 0 : 1;
   }
   if (opt.vFamilies.empty()) opt.vFamilies = familyNames();

@@ -171,18 +171,35 @@ std::vector<const Point2*> convexHull(std::vector<const Point2*> vPts) {
   return vHull;
 }
 
-// Twice the signed area of a polygon, exactly.
-void polygonArea2(const std::vector<const Point2*>& vPoly, mpq_t result) {
-  mpq_t a, b, t;
-  mpq_init(a); mpq_init(b); mpq_init(t);
-  mpq_set_ui(result, 0, 1);
+// Exact sums of products of doubles without rationals: a double is an
+// integer times 2^e with e >= -1126 (53-bit integers; subnormals included),
+// so a product is an integer times a power of two no finer than 2^-2252,
+// and a sum of products is kept as that integer. No gcd, unlike mpq.
+const int AREA_SCALE_BITS = 2252;
+
+void addScaledProduct(mpz_t acc, mpz_t tmp, double a, double b, bool bSubtract) {
+  if (a == 0.0 || b == 0.0) return;
+  int ea(0), eb(0);
+  const long long ia(static_cast<long long>(std::ldexp(std::frexp(a, &ea), 53)));
+  const long long ib(static_cast<long long>(std::ldexp(std::frexp(b, &eb), 53)));
+  const __int128 prod(static_cast<__int128>(ia) * ib);
+  const unsigned __int128 mag(prod < 0 ? -static_cast<unsigned __int128>(prod) : static_cast<unsigned __int128>(prod));
+  mpz_set_ui(tmp, static_cast<unsigned long>(mag >> 64));
+  mpz_mul_2exp(tmp, tmp, 64);
+  mpz_add_ui(tmp, tmp, static_cast<unsigned long>(mag));
+  mpz_mul_2exp(tmp, tmp, static_cast<mp_bitcnt_t>(ea + eb - 106 + AREA_SCALE_BITS));
+  if ((prod < 0) != bSubtract) mpz_sub(acc, acc, tmp);
+  else mpz_add(acc, acc, tmp);
+}
+
+// Adds twice the signed area of a polygon, times 2^AREA_SCALE_BITS, to acc.
+void addPolygonArea2(const std::vector<const Point2*>& vPoly, mpz_t acc, mpz_t tmp) {
   for (std::size_t i = 0; i < vPoly.size(); ++i) {
     const Point2* p(vPoly[i]);
     const Point2* q(vPoly[(i + 1) % vPoly.size()]);
-    mpq_set_d(a, p->x()); mpq_set_d(b, q->y()); mpq_mul(t, a, b); mpq_add(result, result, t);
-    mpq_set_d(a, q->x()); mpq_set_d(b, p->y()); mpq_mul(t, a, b); mpq_sub(result, result, t);
+    addScaledProduct(acc, tmp, p->x(), q->y(), false);
+    addScaledProduct(acc, tmp, q->x(), p->y(), true);
   }
-  mpq_clear(a); mpq_clear(b); mpq_clear(t);
 }
 
 // Without triangles the points wait for one off their line: they must be
@@ -337,20 +354,19 @@ Validation validate(const std::vector<Triangle2*>& vT, const std::vector<Point2*
   for (const Point2* pVtx : vVertices) vAll.push_back(pVtx);
   const std::vector<const Point2*> vHull(convexHull(vAll));
   if (vT.size() <= 100000) {
-    mpq_t sum, area, tmp;
-    mpq_init(sum); mpq_init(area); mpq_init(tmp);
-    mpq_set_ui(sum, 0, 1);
+    mpz_t sum, area, tmp;
+    mpz_init(sum); mpz_init(area); mpz_init(tmp);
     std::vector<const Point2*> vTri(3);
     for (const Triangle2* pT : vT) {
       for (int i = 0; i < 3; ++i) vTri[i] = pT->getCorner(i);
-      polygonArea2(vTri, tmp);
-      mpq_add(sum, sum, tmp);
+      addPolygonArea2(vTri, sum, tmp);
     }
-    polygonArea2(vLoop, area);
-    if (mpq_cmp(sum, area) != 0) v.fail("triangle areas differ from the boundary's area");
-    polygonArea2(vHull, tmp);
-    if (mpq_cmp(tmp, area) != 0) v.fail("boundary area differs from the convex hull's area");
-    mpq_clear(sum); mpq_clear(area); mpq_clear(tmp);
+    addPolygonArea2(vLoop, area, tmp);
+    if (mpz_cmp(sum, area) != 0) v.fail("triangle areas differ from the boundary's area");
+    mpz_set_ui(sum, 0);
+    addPolygonArea2(vHull, sum, tmp);
+    if (mpz_cmp(sum, area) != 0) v.fail("boundary area differs from the convex hull's area");
+    mpz_clear(sum); mpz_clear(area); mpz_clear(tmp);
   } else {
     auto area2 = [](const std::vector<const Point2*>& vPoly) {
       long double s(0.0L);

@@ -27,7 +27,7 @@
 // + distinct end points + crossings, constraint edges = segments + 2
 // crossings.
 //
-// Usage: bench_constraints [--quick] [--reps N] [--out FILE.md]
+// Usage: bench_constraints [--quick] [--reps N] [--out FILE.md] [--profile CASE]
 
 // Without NDEBUG, CGAL 5.5 warns at every crossing of an Exact_intersections_tag
 // triangulation that Constrained_triangulation_plus_2 would be faster.
@@ -285,6 +285,19 @@ std::string countsRow(const std::string& caseName, const std::string& library, c
 
 int main(int argc, char** argv) {
   const vask_bench::BenchArgs args(vask_bench::parseArgs(argc, argv));
+  // --profile CASE: Vask2D's build of one case only, in this process, for
+  // a profiler.
+  for (int i = 1; i + 1 < argc; ++i)
+    if (std::string(argv[i]) == "--profile") {
+      for (const Case& c : {Case{"crossing", IK_CROSSING, false, 1000000}, Case{"sine", IK_SINE, false, 1000000},
+                            Case{"conforming", IK_SINE, true, 1000000}})
+        if (c.name == argv[i + 1]) {
+          const Result r(measureVask(c));
+          std::cout << c.name << ": " << r.seconds << " s, constraints " << r.secondsConstraints << " s" << std::endl;
+          return 0;
+        }
+      return 2;
+    }
   const std::string outFile(args.outFile.empty() ? std::string(VASK2D_BENCH_RESULTS) : args.outFile);
   const std::size_t n(args.bQuick ? 100000 : 1000000);
   const std::vector<Case> vCases = {{"crossing", IK_CROSSING, false, n},

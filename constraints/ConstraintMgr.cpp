@@ -285,7 +285,7 @@ void ConstraintMgr::apply(ConstraintSegment2* pCSeg) {
     // A suspended segment (no children) has nothing to apply.
     if (!pCSeg->hasChildren()) return;
     std::vector<ConstraintSegment2*> vLeaves;
-    pCSeg->getChildrenRec(vLeaves);
+    appendLeavesByPosition(pCSeg, vLeaves, false);
     for (ConstraintSegment2* pLeaf : vLeaves)
       if (pLeaf->isAlive()) apply(pLeaf);
     return;
@@ -308,6 +308,7 @@ void ConstraintMgr::apply(ConstraintSegment2* pCSeg) {
 void ConstraintMgr::apply() {
   std::vector<ConstraintSegment2*> vCSeg, vNext;
   getAliveConstraintSegments(vCSeg);
+  std::sort(vCSeg.begin(), vCSeg.end(), isBeforeByPosition);
   ProgressPublisher& progress(pDt2->getProgress());
   progress.start("apply", static_cast<unsigned>(vCSeg.size()));
   // Conforming segments closer to each other (or to a vertex) than to their
@@ -357,6 +358,7 @@ void ConstraintMgr::apply() {
       }
     }
     if (bDone) break;
+    std::sort(vNext.begin(), vNext.end(), isBeforeByPosition);
     vCSeg.swap(vNext);
   }
   progress.finish();

@@ -7,6 +7,7 @@
 #include "Edge2.h"
 #include "Segment2.h"
 #include "constraints/FlatTable.h"
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 #include <vector>
@@ -14,6 +15,33 @@
 namespace KIRO_VASK2D {
 
 class Dt2;
+
+/** Order of segments by the positions of their ends, the lower end first.
+ * A segment's direction and its children's order follow vertex addresses;
+ * work taken in this order gives the same mesh on every run. */
+inline bool isBeforeByPosition(const ConstraintSegment2* a, const ConstraintSegment2* b) {
+  const Point2 *a0(a->getSrc()), *a1(a->getTrg()), *b0(b->getSrc()), *b1(b->getTrg());
+  if (*a1 < *a0) std::swap(a0, a1);
+  if (*b1 < *b0) std::swap(b0, b1);
+  if (*a0 < *b0) return true;
+  if (*b0 < *a0) return false;
+  return *a1 < *b1;
+}
+
+/** Appends the alive leaves below pCSeg to vOut, the range sorted by
+ * position; with bStack the first by position comes last, to be popped
+ * first. */
+inline void appendLeavesByPosition(const ConstraintSegment2* pCSeg, std::vector<ConstraintSegment2*>& vOut,
+                                   bool bStack) {
+  const std::size_t first(vOut.size());
+  pCSeg->getChildrenRec(vOut);
+  const auto begin(vOut.begin() + static_cast<std::ptrdiff_t>(first));
+  if (bStack)
+    std::sort(begin, vOut.end(), [](const ConstraintSegment2* a, const ConstraintSegment2* b) {
+      return isBeforeByPosition(b, a);
+    });
+  else std::sort(begin, vOut.end(), isBeforeByPosition);
+}
 
 struct SegmentByPairOps {
   typedef std::pair<Point2*, Point2*> Key;

@@ -134,8 +134,9 @@ Point2* ConstraintSegment2::insertAndSplit(const Point2& splitPos) {
   ConstraintMgr* pMgr(pOwnerDt->getConstraintMgr());
   ConstraintSegment2* pKid0(aChildren[0]);
   ConstraintSegment2* pKid1(aChildren[1]);
-  pMgr->apply(pKid1);
+  if (isBeforeByPosition(pKid1, pKid0)) std::swap(pKid0, pKid1);
   pMgr->apply(pKid0);
+  pMgr->apply(pKid1);
   pOwnerDt->bfsFlipIncident(pSplit);
   return pSplit;
 }

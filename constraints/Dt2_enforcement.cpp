@@ -43,7 +43,7 @@ void Dt2::newCDT_applyOneCS(ConstraintSegment2* pInitialCSeg) {
     ConstraintSegment2* pCSeg(vWorkStack.back());
     vWorkStack.pop_back();
     if (!pCSeg->isAlive()) {
-      pCSeg->getChildrenRec(vWorkStack);
+      appendLeavesByPosition(pCSeg, vWorkStack, true);
       continue;
     }
     if (*pCSeg->getSrc() == *pCSeg->getTrg()) {
@@ -80,7 +80,7 @@ void Dt2::newCDT_insertOrSplit(ConstraintSegment2* pCSeg, std::vector<Constraint
     VASK_ASSERT(pExistingVertex != pCSeg->getSrc());
     VASK_ASSERT(pExistingVertex != pCSeg->getTrg());
     pCSeg->split_combinatorialOnly(pExistingVertex);
-    pCSeg->getChildrenRec(vWorkStack);
+    appendLeavesByPosition(pCSeg, vWorkStack, true);
     return;
   }
   VASK_ASSERT(vPairIspCS.size() == 1);
@@ -108,11 +108,11 @@ void Dt2::newCDT_insertOrSplit(ConstraintSegment2* pCSeg, std::vector<Constraint
   sweepFormerConstraintEdge(a, b);
   // The rounded crossing may stand a little off both lines: the halves are
   // established afresh, not assumed.
-  pCrossingCSeg->getChildrenRec(vWorkStack);
+  appendLeavesByPosition(pCrossingCSeg, vWorkStack, true);
   if (bSplitSelf) {
     pCSeg->setAlive();
     pCSeg->split_combinatorialOnly(pNew);
-    pCSeg->getChildrenRec(vWorkStack);
+    appendLeavesByPosition(pCSeg, vWorkStack, true);
   } else {
     VASK_ASSERT(pCSeg->isAlive());
     vWorkStack.push_back(pCSeg);
@@ -129,8 +129,11 @@ void Dt2::newCDT_insertOrSplit(ConstraintSegment2* pCSeg, std::vector<Constraint
 Point2* Dt2::newCDT_traverseCZ(ConstraintSegment2* pCSeg,
                                std::vector<std::pair<Point2, ConstraintSegment2*> >& vPairIspCS) {
   vPairIspCS.clear();
+  // From the lower end by position: which crossing comes first must not
+  // depend on where the two vertices lie in memory.
   Point2* pStart(pCSeg->getSrc());
   Point2* pStop(pCSeg->getTrg());
+  if (*pStop < *pStart) std::swap(pStart, pStop);
   VASK_ASSERT(pStart->getIncidentTriangle() != NULL);
   VASK_ASSERT(pStop->getIncidentTriangle() != NULL);
   if (*pStart == *pStop) {
@@ -393,8 +396,10 @@ void Dt2::sweepFormerConstraintEdge(Point2* p0, Point2* p1) {
 void Dt2::insertSegmentConformingDelaunay(ConstraintSegment2* pCSeg) {
   VASK_ASSERT(pCSeg->getCIS() == CIS_CONFORMING_DELAUNAY);
   VASK_ASSERT(pCSeg->isAlive());
+  // From the lower end by position, as on the constrained road.
   Point2* pSrc(pCSeg->getSrc());
   Point2* pTrg(pCSeg->getTrg());
+  if (*pTrg < *pSrc) std::swap(pSrc, pTrg);
   if (isEdgeOfMesh(pSrc, pTrg)) return; // it stands
   TriangleAroundVertexIterator start(pSrc), it(pSrc);
   // At most one neighbour of the source lies strictly inside the segment: a

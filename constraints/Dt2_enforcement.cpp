@@ -281,32 +281,27 @@ Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2*
       return pos;
   }
   const Point2 crossing(getProperCrossing(kiroTest, p0, p1, q0, q1));
-  // Of the end points next to the other piece (or, failing that, merely
-  // ahead on it), the one nearest the pieces' crossing, measured along the
-  // pieces.
+  // Of the end points next to the other piece and ahead on it, the one
+  // nearest the pieces' crossing, measured along the pieces.
   const Point2* pBest(nullptr);
   double bestDist(0.0);
   double tCross0(0.0), tCross1(0.0), r(0.0);
   const bool bPlaced0(getRelativePlacement(p0, p1, crossing, tCross0, r));
   const bool bPlaced1(getRelativePlacement(q0, q1, crossing, tCross1, r));
   auto consider = [&](const Point2& end, double tEndOnOwn, const ConstraintSegment2* pOn, double tCrossOnOwn,
-                      bool bPlaced, bool bNear) {
-    if (!bPlaced || (bNear && !isNextTo(*pOn->getSrc(), *pOn->getTrg(), end, t)) || !isAhead(pOn, end)) return;
+                      bool bPlaced) {
+    if (!bPlaced || !isNextTo(*pOn->getSrc(), *pOn->getTrg(), end, t) || !isAhead(pOn, end)) return;
     const double dist(std::fabs(tEndOnOwn - tCrossOnOwn));
     if (pBest == nullptr || dist < bestDist) {
       pBest = &end;
       bestDist = dist;
     }
   };
-  for (const bool bNear : {true, false}) {
-    consider(p0, 0.0, pOther, tCross0, bPlaced0, bNear);
-    consider(p1, 1.0, pOther, tCross0, bPlaced0, bNear);
-    consider(q0, 0.0, pCSeg, tCross1, bPlaced1, bNear);
-    consider(q1, 1.0, pCSeg, tCross1, bPlaced1, bNear);
-    if (pBest != nullptr) return *pBest;
-    if (isAhead(pCSeg, crossing) && isAhead(pOther, crossing)) return crossing;
-  }
-  return crossing;
+  consider(p0, 0.0, pOther, tCross0, bPlaced0);
+  consider(p1, 1.0, pOther, tCross0, bPlaced0);
+  consider(q0, 0.0, pCSeg, tCross1, bPlaced1);
+  consider(q1, 1.0, pCSeg, tCross1, bPlaced1);
+  return pBest != nullptr ? *pBest : crossing;
 }
 
 // Ear cutting on a pseudo-polygon. The crossed triangles serve as

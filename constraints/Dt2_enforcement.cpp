@@ -243,16 +243,24 @@ Point2* Dt2::newCDT_traverseCZ(ConstraintSegment2* pCSeg,
 //   place from its line, and nearest to their crossing. A new vertex is made
 //   only when no such end point exists.
 Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2* pOther) {
-  const Point2 &p0(*pCSeg->getSrc()), &p1(*pCSeg->getTrg()), &q0(*pOther->getSrc()), &q1(*pOther->getTrg());
-  // "Next to a piece": foot strictly inside it, at most one unit in the
-  // last place (at the largest coordinate of the piece and the point) from
-  // its line. getUlp is one or two such units; half of it leaves room for
-  // the rounding of r, which is about one unit too where the point lies
-  // near an end of the piece.
+  // Each piece's ends by position: the computations below round, and their
+  // results must not depend on which end the addresses made the source.
+  const Point2 *pP0(pCSeg->getSrc()), *pP1(pCSeg->getTrg()), *pQ0(pOther->getSrc()), *pQ1(pOther->getTrg());
+  if (*pP1 < *pP0) std::swap(pP0, pP1);
+  if (*pQ1 < *pQ0) std::swap(pQ0, pQ1);
+  const Point2 &p0(*pP0), &p1(*pP1), &q0(*pQ0), &q1(*pQ1);
+  // "Next to a piece": foot inside it (strictly inside along the root is
+  // decided exactly by isAhead below; rounding puts a foot next to an end at
+  // t = 0 or 1, and rejecting those lets crossings of pieces ending a
+  // subnormal apart breed new vertices one after the other), at most one unit in the
+  // last place (at the largest coordinate of the piece and the point, by
+  // getUlp, so one or two true units) from its line, up to the rounding of
+  // r, which adds about one more near an end of the piece. A tighter bound
+  // makes more new vertices, and rounded new vertices breed crossings.
   auto isNextTo = [](const Point2& a, const Point2& b, const Point2& c, double& t) {
     double r(0.0);
-    if (!getRelativePlacement(a, b, c, t, r) || !(t > 0.0 && t < 1.0)) return false;
-    const double tolerance(0.5 * getUlp(std::max(std::max(a.getMaxAbs(), b.getMaxAbs()), c.getMaxAbs())));
+    if (!getRelativePlacement(a, b, c, t, r) || !(t >= 0.0 && t <= 1.0)) return false;
+    const double tolerance(getUlp(std::max(std::max(a.getMaxAbs(), b.getMaxAbs()), c.getMaxAbs())));
     // r is relative to the length; the length, in units of the larger
     // difference s, is at most sqrt(2), so r * s * sqrt(2) bounds the distance.
     const double s(std::max(std::fabs(b.x() - a.x()), std::fabs(b.y() - a.y())));
@@ -269,7 +277,10 @@ Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2*
   };
   const ConstraintSegment2* pRoot0(pCSeg->getRoot());
   const ConstraintSegment2* pRoot1(pOther->getRoot());
-  const Point2 &r0(*pRoot0->getSrc()), &r1(*pRoot0->getTrg()), &s0(*pRoot1->getSrc()), &s1(*pRoot1->getTrg());
+  const Point2 *pR0(pRoot0->getSrc()), *pR1(pRoot0->getTrg()), *pS0(pRoot1->getSrc()), *pS1(pRoot1->getTrg());
+  if (*pR1 < *pR0) std::swap(pR0, pR1);
+  if (*pS1 < *pS0) std::swap(pS0, pS1);
+  const Point2 &r0(*pR0), &r1(*pR1), &s0(*pS0), &s1(*pS1);
   const Orientation2 o0(kiroTest.getOrientation2(&r0, &r1, &s0)), o1(kiroTest.getOrientation2(&r0, &r1, &s1));
   const Orientation2 o2(kiroTest.getOrientation2(&s0, &s1, &r0)), o3(kiroTest.getOrientation2(&s0, &s1, &r1));
   const bool bRootsCross(o0 != ORIENTATION2_COLLINEAR && o1 != ORIENTATION2_COLLINEAR && o0 != o1 &&
@@ -288,19 +299,19 @@ Point2 Dt2::crossingOfConstraints(ConstraintSegment2* pCSeg, ConstraintSegment2*
   double tCross0(0.0), tCross1(0.0), r(0.0);
   const bool bPlaced0(getRelativePlacement(p0, p1, crossing, tCross0, r));
   const bool bPlaced1(getRelativePlacement(q0, q1, crossing, tCross1, r));
-  auto consider = [&](const Point2& end, double tEndOnOwn, const ConstraintSegment2* pOn, double tCrossOnOwn,
-                      bool bPlaced) {
-    if (!bPlaced || !isNextTo(*pOn->getSrc(), *pOn->getTrg(), end, t) || !isAhead(pOn, end)) return;
+  auto consider = [&](const Point2& end, double tEndOnOwn, const ConstraintSegment2* pOn, const Point2& a,
+                      const Point2& b, double tCrossOnOwn, bool bPlaced) {
+    if (!bPlaced || !isNextTo(a, b, end, t) || !isAhead(pOn, end)) return;
     const double dist(std::fabs(tEndOnOwn - tCrossOnOwn));
     if (pBest == nullptr || dist < bestDist) {
       pBest = &end;
       bestDist = dist;
     }
   };
-  consider(p0, 0.0, pOther, tCross0, bPlaced0);
-  consider(p1, 1.0, pOther, tCross0, bPlaced0);
-  consider(q0, 0.0, pCSeg, tCross1, bPlaced1);
-  consider(q1, 1.0, pCSeg, tCross1, bPlaced1);
+  consider(p0, 0.0, pOther, q0, q1, tCross0, bPlaced0);
+  consider(p1, 1.0, pOther, q0, q1, tCross0, bPlaced0);
+  consider(q0, 0.0, pCSeg, p0, p1, tCross1, bPlaced1);
+  consider(q1, 1.0, pCSeg, p0, p1, tCross1, bPlaced1);
   return pBest != nullptr ? *pBest : crossing;
 }
 

@@ -21,9 +21,12 @@ namespace vask_test {
 // and the vertex), see ulpOf.
 
 /** A crossing vertex is the crossing of two lines rounded to the nearest
- * double per coordinate: at most sqrt(2)/2 ulp from both lines of the
- * segments it split. */
-const double CROSSING_ULPS = 2.0;
+ * double per coordinate, at most sqrt(2)/2 ulp from both lines of the
+ * segments it split, or an end point of one piece taken for the crossing
+ * because it lies next to the other: within an ulp of the largest
+ * coordinate rounded up to a power of two (up to two ulps), plus the
+ * rounding of that test. */
+const double CROSSING_ULPS = 3.0;
 /** A crossing of pieces whose ends are themselves crossing vertices sits on
  * the pieces' lines, and so up to the pieces' deviation off their roots'
  * lines: the bound from the root lines. */

@@ -348,6 +348,7 @@ private:
   std::set<Zone2*> sZones;       // owned
   Zone2* addZone(Zone2* pZone);
   bool isOwnGraph(ConstraintGraph2* pCG, const char* tag);
+  bool isOnFence(const ZoneFlood& flood, Triangle2* pT, const Point2& p);
   void deleteConstraintMgr();
   bool isConstraintEdgeInMgr(const Triangle2* pT, int i) const;
   void splitConstraintAt(Point2* p0, Point2* p1, Point2* pVtx);

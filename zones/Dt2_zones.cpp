@@ -4,6 +4,7 @@
 #include "constraints/ConstraintMgr.h"
 #include "core/Dt2.h"
 #include "support/Log.h"
+#include "TriangleAroundVertexIterator.h"
 #include "support/VaskAssert.h"
 #include "zones/ZoneFlood.h"
 #include <cmath>
@@ -147,6 +148,30 @@ void Dt2::growZoneArea(const std::vector<ConstraintGraph2*>& vConstraintGraphs, 
   growZoneArea(vConstraintGraphs, vStartPoints, vOut, &flood);
 }
 
+// On a fence the located triangle decides the side, and a later vertex on
+// that fence edge can decide it otherwise. pT contains p (closed).
+bool Dt2::isOnFence(const ZoneFlood& flood, Triangle2* pT, const Point2& p) {
+  for (int i = 0; i < 3; ++i) {
+    Point2* pCorner(pT->getCorner(i));
+    if (pCorner->x() == p.x() && pCorner->y() == p.y()) {
+      // At a vertex: on a fence when a fence edge ends there.
+      TriangleAroundVertexIterator start(pCorner), it(pCorner);
+      do {
+        Triangle2* pU(*it);
+        if (pU != nullptr) {
+          const int j(pU->getIntraTriangleIndex(pCorner));
+          if (flood.isFence(pU, incIndexBy1(j)) || flood.isFence(pU, incIndexBy2(j))) return true;
+        }
+        ++it;
+      } while (it != start);
+      return false;
+    }
+  }
+  for (int i = 0; i < 3; ++i)
+    if (flood.isFence(pT, i) && kiroTest.getOrientation2(pT, i, &p) == ORIENTATION2_COLLINEAR) return true;
+  return false;
+}
+
 // One flood object for all start points: a triangle reached from an earlier
 // one is not visited again, so overlapping seeds add nothing twice.
 void Dt2::growZoneArea(const std::vector<ConstraintGraph2*>& vConstraintGraphs, const std::vector<Point2>& vStartPoints,
@@ -167,16 +192,12 @@ void Dt2::growZoneArea(const std::vector<ConstraintGraph2*>& vConstraintGraphs, 
       logWarning("growZoneArea()", "pVtx is outside the convex hull of the triangulation, no triangles returned");
       continue;
     }
-    // On a fence the located triangle decides the side, and a later vertex
-    // on that fence edge can decide it otherwise.
-    for (int i = 0; i < 3; ++i)
-      if (pFlood->isFence(pStartT, i) && kiroTest.getOrientation2(pStartT, i, &seed) == ORIENTATION2_COLLINEAR) {
-        std::ostringstream oss;
-        oss << "The start point " << seed.x() << " " << seed.y()
-            << " lies on a fence: the zone grows to one side of it, and later insertions may change the side";
-        logWarning("Dt2::growZoneArea()", oss.str());
-        break;
-      }
+    if (isOnFence(*pFlood, pStartT, seed)) {
+      std::ostringstream oss;
+      oss << "The start point " << seed.x() << " " << seed.y()
+          << " lies on a fence: the zone grows to one side of it, and later insertions may change the side";
+      logWarning("Dt2::growZoneArea()", oss.str());
+    }
     vSeed[0] = pStartT;
     pFlood->flood(vSeed, vOut);
   }

@@ -1,0 +1,187 @@
+#include "helpers/ZoneChecker.h"
+#include "ConstraintGraph2.h"
+#include "Triangle2.h"
+#include "Vask_2D.h"
+#include <gmp.h>
+#include <sstream>
+#include <unordered_set>
+
+using KIRO_VASK2D::Point2;
+using KIRO_VASK2D::Triangle2;
+
+namespace vask_test {
+namespace {
+
+/** A rational with a lifetime and the few operations the checker needs. */
+class Q {
+public:
+  Q() { mpq_init(v); }
+  explicit Q(double d) {
+    mpq_init(v);
+    mpq_set_d(v, d);
+  }
+  Q(const Q& o) {
+    mpq_init(v);
+    mpq_set(v, o.v);
+  }
+  Q& operator=(const Q& o) {
+    mpq_set(v, o.v);
+    return *this;
+  }
+  ~Q() { mpq_clear(v); }
+  friend Q operator+(const Q& a, const Q& b) {
+    Q r;
+    mpq_add(r.v, a.v, b.v);
+    return r;
+  }
+  friend Q operator-(const Q& a, const Q& b) {
+    Q r;
+    mpq_sub(r.v, a.v, b.v);
+    return r;
+  }
+  friend Q operator*(const Q& a, const Q& b) {
+    Q r;
+    mpq_mul(r.v, a.v, b.v);
+    return r;
+  }
+  int sign() const { return mpq_sgn(v); }
+  int cmp(const Q& o) const { return mpq_cmp(v, o.v); }
+  double toDouble() const { return mpq_get_d(v); }
+  mpq_t v;
+};
+
+// Sign of the orientation of (u, w, p) with p rational.
+int orientation(const Q& ux, const Q& uy, const Q& wx, const Q& wy, const Q& px, const Q& py) {
+  return ((wx - ux) * (py - uy) - (wy - uy) * (px - ux)).sign();
+}
+
+Q cross(const Point2& a, const Point2& b) { return Q(a.x()) * Q(b.y()) - Q(b.x()) * Q(a.y()); }
+
+} // namespace
+
+void ZoneCheck::fail(const std::string& text) {
+  if (ok) firstError = text;
+  ok = false;
+  ++numErrors;
+}
+
+Fence ringFence(const std::vector<Point2>& vRing) {
+  Fence fence;
+  for (size_t i = 0; i < vRing.size(); ++i) fence.emplace_back(vRing[i], vRing[(i + 1) % vRing.size()]);
+  return fence;
+}
+
+Fence graphFence(const KIRO_VASK2D::ConstraintGraph2* pCG) {
+  std::vector<Point2*> vPairs;
+  pCG->getPolygonVertices(vPairs);
+  Fence fence;
+  for (size_t i = 0; i + 1 < vPairs.size(); i += 2) fence.emplace_back(*vPairs[i], *vPairs[i + 1]);
+  return fence;
+}
+
+void appendFence(Fence& fence, const Fence& more) { fence.insert(fence.end(), more.begin(), more.end()); }
+
+namespace {
+struct QSegment {
+  Q ux, uy, wx, wy;
+};
+std::vector<QSegment> toQ(const Fence& fence) {
+  std::vector<QSegment> v;
+  v.reserve(fence.size());
+  for (const auto& seg : fence)
+    v.push_back(QSegment{Q(seg.first.x()), Q(seg.first.y()), Q(seg.second.x()), Q(seg.second.y())});
+  return v;
+}
+
+// The crossing rule: an upward segment that has the point strictly on its
+// left counts +1, a downward one with the point strictly on its right -1;
+// half-open in y, so a vertex at the point's height counts once.
+int windingQ(const Point2& a, const Point2& b, const Point2& c, const std::vector<QSegment>& vSeg, bool& bOnFence) {
+  Q third;
+  mpq_set_ui(third.v, 1, 3);
+  const Q px((Q(a.x()) + Q(b.x()) + Q(c.x())) * third);
+  const Q py((Q(a.y()) + Q(b.y()) + Q(c.y())) * third);
+  bOnFence = false;
+  int winding(0);
+  for (const QSegment& s : vSeg) {
+    const int cu(s.uy.cmp(py)), cw(s.wy.cmp(py));
+    if ((cu > 0 && cw > 0) || (cu < 0 && cw < 0)) continue;
+    const int ori(orientation(s.ux, s.uy, s.wx, s.wy, px, py));
+    if (ori == 0) {
+      // On the line: on the segment when within its box.
+      const bool bUFirst(s.ux.cmp(s.wx) < 0);
+      const Q& loX(bUFirst ? s.ux : s.wx);
+      const Q& hiX(bUFirst ? s.wx : s.ux);
+      if (px.cmp(loX) >= 0 && px.cmp(hiX) <= 0) bOnFence = true;
+      continue;
+    }
+    if (cu <= 0 && cw > 0 && ori > 0) ++winding;
+    else if (cw <= 0 && cu > 0 && ori < 0) --winding;
+  }
+  return winding;
+}
+} // namespace
+
+int centroidWinding(const Point2& a, const Point2& b, const Point2& c, const Fence& fence, bool& bOnFence) {
+  return windingQ(a, b, c, toQ(fence), bOnFence);
+}
+
+ZoneCheck checkZoneMembership(KIRO_VASK2D::Vask_2D& dt, const std::vector<Triangle2*>& vZone, const Fence& fence,
+                              const std::function<bool(int)>& bWanted) {
+  ZoneCheck check;
+  std::vector<Triangle2*> vAll;
+  dt.getTrianglePointers(vAll);
+  std::unordered_set<const Triangle2*> sAll(vAll.begin(), vAll.end()), sZone;
+  for (const Triangle2* pT : vZone) {
+    if (sAll.count(pT) == 0) check.fail("zone triangle is no alive triangle of the mesh");
+    if (!sZone.insert(pT).second) check.fail("zone triangle listed twice");
+  }
+  check.numInZone = sZone.size();
+  const std::vector<QSegment> vSeg(toQ(fence));
+  for (const Triangle2* pT : vAll) {
+    bool bOnFence(false);
+    const int w(windingQ(*pT->getCorner(0), *pT->getCorner(1), *pT->getCorner(2), vSeg, bOnFence));
+    const bool bIn(sZone.count(pT) != 0);
+    std::ostringstream oss;
+    oss << "triangle " << *pT->getCorner(0) << " " << *pT->getCorner(1) << " " << *pT->getCorner(2);
+    if (bOnFence) check.fail(oss.str() + ": its centroid lies on a fence (the fence is no mesh edge there)");
+    else if (bWanted(w) != bIn)
+      check.fail(oss.str() + (bIn ? " is in the zone" : " is not in the zone") + " at winding number " +
+                 std::to_string(w));
+  }
+  return check;
+}
+
+namespace {
+Q doubleAreaQ(const std::vector<Triangle2*>& vZone) {
+  Q sum;
+  for (const Triangle2* pT : vZone)
+    sum = sum + cross(*pT->getCorner(0), *pT->getCorner(1)) + cross(*pT->getCorner(1), *pT->getCorner(2)) +
+          cross(*pT->getCorner(2), *pT->getCorner(0));
+  return sum;
+}
+Q fenceAreaQ(const Fence& fence) {
+  Q sum;
+  for (const auto& seg : fence) sum = sum + cross(seg.first, seg.second);
+  return sum;
+}
+} // namespace
+
+int compareAreaWithFence(const std::vector<Triangle2*>& vZone, const Fence& fence) {
+  return doubleAreaQ(vZone).cmp(fenceAreaQ(fence));
+}
+namespace {
+double inUnits(const Q& area, double unit) {
+  Q r(area);
+  const Q u(unit);
+  mpq_div(r.v, r.v, u.v);
+  mpq_div(r.v, r.v, u.v);
+  return r.toDouble();
+}
+} // namespace
+double exactDoubleAreaOf(const std::vector<Triangle2*>& vZone, double unit) {
+  return inUnits(doubleAreaQ(vZone), unit);
+}
+double fenceDoubleArea(const Fence& fence, double unit) { return inUnits(fenceAreaQ(fence), unit); }
+
+} // namespace vask_test

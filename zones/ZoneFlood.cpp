@@ -71,7 +71,7 @@ size_t ZoneFlood::addFences(const std::vector<ConstraintGraph2*>& vGraphs, SeedS
   std::unordered_set<ConstraintSegment2*> sSeen, sTwice;
   for (ConstraintGraph2* pCG : vGraphs) {
     pCG->getAliveConstraintChain(vChain);
-    if (side != SEED_NONE) {
+    if (side == SEED_LEFT) {
       sSeen.clear();
       sTwice.clear();
       sSeen.reserve(vChain.size());
@@ -95,7 +95,7 @@ size_t ZoneFlood::addFences(const std::vector<ConstraintGraph2*>& vGraphs, SeedS
       }
       if (pLeft != nullptr) markFence(pLeft, pA, pB);
       if (pRight != nullptr) markFence(pRight, pB, pA);
-      if (side == SEED_NONE || sTwice.count(pCSeg) != 0) continue;
+      if (side == SEED_NONE || (side == SEED_LEFT && sTwice.count(pCSeg) != 0)) continue;
       Triangle2* pSeed(side == SEED_LEFT ? pLeft : pRight);
       if (pSeed != nullptr) vSeeds.push_back(pSeed);
     }

@@ -26,8 +26,9 @@ public:
 
   /** Makes the alive leaves of the graphs walls, on both of their sides.
    * With a seed side, the triangle on that side of each leaf (in the
-   * graph's direction) is appended to vSeeds; a leaf the graph passes twice
-   * has the region on both sides and gives none. Returns the number of
+   * graph's direction) is appended to vSeeds; on the left, a leaf the graph
+   * passes twice (a slit: once each way) has the region on both sides and
+   * gives none. Returns the number of
    * leaves that are no edge of the mesh (they don't fence). */
   size_t addFences(const std::vector<ConstraintGraph2*>& vGraphs, SeedSide side, std::vector<Triangle2*>& vSeeds);
   /** Floods from the seeds without crossing a wall and appends every

@@ -4,6 +4,7 @@
 // every step.
 #include "fuzz/FuzzReplay.h"
 #include "helpers/ConstraintChecker.h"
+#include "helpers/ZoneChecker.h"
 #include "constraints/ConstraintMgr.h"
 #include "core/Dt2.h"
 #include <algorithm>
@@ -325,6 +326,41 @@ void checkStep(Replay& r) {
   o.numCrossings = std::max(o.numCrossings, c.numCrossingVertices);
   o.numConformingNonDelaunay = std::max(o.numConformingNonDelaunay, c.numConformingNonDelaunay);
   o.numShortPiecesMissing = std::max(o.numShortPiecesMissing, c.numShortPiecesMissing);
+  if (c.ok) checkZones(r);
+}
+
+void checkZones(Replay& r) {
+  if (!r.dt.hasArea()) return;
+  using KIRO_VASK2D::Zone2;
+  if (r.pGlobalZone == nullptr) r.pGlobalZone = r.dt.createZone(nullptr, KIRO_VASK2D::ZL_GLOBAL, false);
+  while (r.vInsideZones.size() < r.vGraphs.size()) {
+    ConstraintGraph2* pCG(r.vGraphs[r.vInsideZones.size()]);
+    const bool bOriented(pCG->isOriented());
+    r.vInsideZones.push_back(bOriented ? r.dt.createZone(pCG, KIRO_VASK2D::ZL_INSIDE, false) : nullptr);
+    r.vOutsideZones.push_back(bOriented ? r.dt.createZone(pCG, KIRO_VASK2D::ZL_OUTSIDE, false) : nullptr);
+    if (bOriented && (r.vInsideZones.back() == nullptr || r.vOutsideZones.back() == nullptr))
+      r.fail("zone: no zone for an oriented graph");
+  }
+  auto expectSame = [&](Zone2* pZone, std::vector<KIRO_VASK2D::Triangle2*> vExpected, const char* what) {
+    std::vector<KIRO_VASK2D::Triangle2*> vGot;
+    pZone->getTriangles(vGot);
+    const std::set<KIRO_VASK2D::Triangle2*> sGot(vGot.begin(), vGot.end()), sExpected(vExpected.begin(), vExpected.end());
+    if (sGot.size() != vGot.size()) r.fail(std::string("zone: a triangle twice in the ") + what + " zone");
+    else if (sGot != sExpected)
+      r.fail(std::string("zone: wrong ") + what + " region",
+             std::to_string(vGot.size()) + " triangles instead of " + std::to_string(vExpected.size()));
+  };
+  if (r.pGlobalZone != nullptr) {
+    std::vector<KIRO_VASK2D::Triangle2*> vAll;
+    r.dt.getTrianglePointers(vAll);
+    expectSame(r.pGlobalZone, vAll, "global");
+  }
+  for (std::size_t g = 0; g < r.vInsideZones.size() && r.outcome.ok; ++g) {
+    if (r.vInsideZones[g] == nullptr) continue;
+    const std::vector<ConstraintGraph2*> vOne(1, r.vGraphs[g]);
+    expectSame(r.vInsideZones[g], vask_test::expectedFencedZone(r.dt, vOne, true), "inside");
+    expectSame(r.vOutsideZones[g], vask_test::expectedFencedZone(r.dt, vOne, false), "outside");
+  }
 }
 
 } // namespace detail

@@ -65,6 +65,11 @@ struct Replay {
   bool bPending = false;
   bool bConformingDirty = false;
   std::set<const KIRO_VASK2D::ConstraintSegment2*> sPlaced;
+  // Zones made once the mesh has area and kept through every later step:
+  // inside and outside of each oriented graph (null for the others, by the
+  // graph's position), and the whole mesh.
+  std::vector<KIRO_VASK2D::Zone2*> vInsideZones, vOutsideZones;
+  KIRO_VASK2D::Zone2* pGlobalZone = nullptr;
   Outcome outcome;
 
   void fail(const std::string& kind, const std::string& detail = std::string()) {
@@ -107,7 +112,9 @@ void applyConstraintOp(Replay& r, const Op& op);
 void removeConstraintVertex(Replay& r, KIRO_VASK2D::Point2* pVtx);
 /** After a constraint operation: vertices the library made are known to the model, and each is a constraint vertex. */
 void adoptNewVertices(Replay& r);
-/** The whole check after a step: the mesh and the constraints. */
+/** The zones against the independent region oracle. */
+void checkZones(Replay& r);
+/** The whole check after a step: the mesh, the constraints and the zones. */
 void checkStep(Replay& r);
 
 } // namespace detail

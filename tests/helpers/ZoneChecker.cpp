@@ -4,6 +4,10 @@
 #include "Vask_2D.h"
 #include <gmp.h>
 #include <sstream>
+#include <map>
+#include <numeric>
+#include <set>
+#include <unordered_map>
 #include <unordered_set>
 
 using KIRO_VASK2D::Point2;
@@ -183,5 +187,56 @@ double exactDoubleAreaOf(const std::vector<Triangle2*>& vZone, double unit) {
   return inUnits(doubleAreaQ(vZone), unit);
 }
 double fenceDoubleArea(const Fence& fence, double unit) { return inUnits(fenceAreaQ(fence), unit); }
+
+std::vector<Triangle2*> expectedFencedZone(KIRO_VASK2D::Vask_2D& dt,
+                                          const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs, bool bInside) {
+  typedef std::pair<Point2*, Point2*> PP;
+  std::vector<Triangle2*> vAll;
+  dt.getTrianglePointers(vAll);
+  std::unordered_map<const Triangle2*, size_t> mIndex;
+  std::map<PP, size_t> mDirected; // edge from corner i+1 to corner i+2: the triangle on its left
+  for (size_t k = 0; k < vAll.size(); ++k) {
+    mIndex[vAll[k]] = k;
+    for (int i = 0; i < 3; ++i) mDirected[PP(vAll[k]->getCorner((i + 1) % 3), vAll[k]->getCorner((i + 2) % 3))] = k;
+  }
+  std::set<PP> sFence;
+  std::vector<std::vector<Point2*> > vPairsPerGraph;
+  for (const KIRO_VASK2D::ConstraintGraph2* pCG : vGraphs) {
+    vPairsPerGraph.emplace_back();
+    pCG->getPolygonVertices(vPairsPerGraph.back());
+    const std::vector<Point2*>& v(vPairsPerGraph.back());
+    for (size_t i = 0; i + 1 < v.size(); i += 2) sFence.insert(PP(std::min(v[i], v[i + 1]), std::max(v[i], v[i + 1])));
+  }
+  std::vector<size_t> vParent(vAll.size());
+  std::iota(vParent.begin(), vParent.end(), 0);
+  std::function<size_t(size_t)> root = [&](size_t k) {
+    while (vParent[k] != k) k = vParent[k] = vParent[vParent[k]];
+    return k;
+  };
+  for (size_t k = 0; k < vAll.size(); ++k)
+    for (int i = 0; i < 3; ++i) {
+      const Triangle2* pN(vAll[k]->getOppositeTriangle(i));
+      if (pN == nullptr) continue;
+      Point2* a(vAll[k]->getCorner((i + 1) % 3));
+      Point2* b(vAll[k]->getCorner((i + 2) % 3));
+      if (sFence.count(PP(std::min(a, b), std::max(a, b)))) continue;
+      vParent[root(k)] = root(mIndex.at(pN));
+    }
+  std::set<size_t> sSeedRoots;
+  for (const std::vector<Point2*>& v : vPairsPerGraph) {
+    std::map<PP, int> mCount;
+    for (size_t i = 0; i + 1 < v.size(); i += 2) ++mCount[PP(std::min(v[i], v[i + 1]), std::max(v[i], v[i + 1]))];
+    for (size_t i = 0; i + 1 < v.size(); i += 2) {
+      if (bInside && mCount[PP(std::min(v[i], v[i + 1]), std::max(v[i], v[i + 1]))] > 1) continue;
+      const PP wanted(bInside ? PP(v[i], v[i + 1]) : PP(v[i + 1], v[i]));
+      const auto it(mDirected.find(wanted));
+      if (it != mDirected.end()) sSeedRoots.insert(root(it->second));
+    }
+  }
+  std::vector<Triangle2*> vOut;
+  for (size_t k = 0; k < vAll.size(); ++k)
+    if (sSeedRoots.count(root(k))) vOut.push_back(vAll[k]);
+  return vOut;
+}
 
 } // namespace vask_test

@@ -46,6 +46,15 @@ struct ZoneCheck {
 ZoneCheck checkZoneMembership(KIRO_VASK2D::Vask_2D& dt, const std::vector<KIRO_VASK2D::Triangle2*>& vZone,
                               const Fence& fence, const std::function<bool(int)>& bWanted);
 
+/** The triangles a fenced zone must have, found independently of the
+ * library's flood: the mesh is cut into regions along the alive leaves of
+ * the graphs (only where they are mesh edges), and a region belongs to the
+ * zone when a leaf has it on the wanted side (left for inside, right for
+ * outside; for inside, a leaf its graph passes twice shows no side). */
+std::vector<KIRO_VASK2D::Triangle2*> expectedFencedZone(KIRO_VASK2D::Vask_2D& dt,
+                                                        const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs,
+                                                        bool bInside);
+
 /** Exact comparison of twice the area of the triangles with the shoelace
  * sum of the fence (twice the winding-weighted area): -1, 0, 1. */
 int compareAreaWithFence(const std::vector<KIRO_VASK2D::Triangle2*>& vZone, const Fence& fence);

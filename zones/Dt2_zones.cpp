@@ -123,6 +123,10 @@ Zone2* Dt2::createZone(std::vector<Edge2>& vEdges, ZoneLocation zoneLoc) {
   }
   ConstraintGraph2* pCG(createConstraint(vEdges, CIS_CONSTRAINED_DELAUNAY));
   if (pCG == nullptr) return nullptr;
+  if (!pCG->isOriented()) {
+    logWarning(tag, "The constraint graph is not oriented, returning NULL");
+    return nullptr;
+  }
   return addZone(new Zone2(this, ZL_BOUNDED, pCG));
 }
 

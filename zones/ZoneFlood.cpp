@@ -6,11 +6,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <stdexcept>
 #include <unordered_set>
 
 namespace KIRO_VASK2D {
 
-ZoneFlood::ZoneFlood(Dt2* pDt2_) : pDt2(pDt2_), aFlags(nullptr), numSlots(0), lastBlock(0) {
+ZoneFlood::ZoneFlood(Dt2* pDt2_) : pDt2(pDt2_), aFlags(nullptr), numSlots(0), pageMask(0) {
   const SimplePool<Triangle2>& pool(pDt2->getTrianglePool());
   for (int b = 0; b < pool.getNumContainers(); ++b) {
     int numUsed(0);
@@ -21,39 +22,52 @@ ZoneFlood::ZoneFlood(Dt2* pDt2_) : pDt2(pDt2_), aFlags(nullptr), numSlots(0), la
     numSlots += static_cast<size_t>(numUsed);
   }
   std::sort(vBlocks.begin(), vBlocks.end(), [](const Block& a, const Block& b) { return a.begin < b.begin; });
+  buildPageTable();
   aFlags = static_cast<uint8_t*>(std::calloc(numSlots + 1, 1));
   if (aFlags == nullptr) throw std::bad_alloc();
 }
 
 ZoneFlood::~ZoneFlood() { std::free(aFlags); }
 
-bool ZoneFlood::indexOf(const Triangle2* pT, size_t& idx) const {
-  const uintptr_t addr(reinterpret_cast<uintptr_t>(pT));
-  size_t b(lastBlock);
-  if (b >= vBlocks.size() || addr < vBlocks[b].begin || addr >= vBlocks[b].end) {
-    // The first block that begins beyond addr, then the one before it.
-    size_t lo(0), hi(vBlocks.size());
-    while (lo < hi) {
-      const size_t mid((lo + hi) / 2);
-      if (vBlocks[mid].begin <= addr) lo = mid + 1;
-      else hi = mid;
-    }
-    if (lo == 0) return false;
-    b = lo - 1;
-    if (addr >= vBlocks[b].end) return false;
-    lastBlock = b;
+// The block that holds addr, found by bisection (the blocks are sorted by
+// address); it becomes the first guess of the next lookup.
+const ZoneFlood::Block* ZoneFlood::findBlock(uintptr_t addr) const {
+  size_t lo(0), hi(vBlocks.size());
+  while (lo < hi) {
+    const size_t mid((lo + hi) / 2);
+    if (vBlocks[mid].begin <= addr) lo = mid + 1;
+    else hi = mid;
   }
-  const uintptr_t offset(addr - vBlocks[b].begin);
-  if (offset % sizeof(Triangle2) != 0) return false;
-  idx = vBlocks[b].first + offset / sizeof(Triangle2);
-  return true;
+  if (lo == 0 || addr >= vBlocks[lo - 1].end) return nullptr;
+  return &vBlocks[lo - 1];
 }
 
-uint8_t& ZoneFlood::flagsOf(const Triangle2* pT) {
-  size_t idx(0);
-  const bool bOwn(indexOf(pT, idx));
-  VASK_ASSERT(bOwn);
-  return aFlags[idx];
+void ZoneFlood::buildPageTable() {
+  size_t numPages(0);
+  for (const Block& b : vBlocks) numPages += ((b.end - 1) >> PAGE_SHIFT) - (b.begin >> PAGE_SHIFT) + 1;
+  size_t size(16);
+  while (size < 2 * numPages) size *= 2;
+  vPages.assign(size, PageEntry{0, nullptr, false});
+  pageMask = size - 1;
+  for (const Block& b : vBlocks)
+    for (uintptr_t page = b.begin >> PAGE_SHIFT; page <= (b.end - 1) >> PAGE_SHIFT; ++page)
+      for (size_t i = hashPage(page);; i = (i + 1) & pageMask) {
+        PageEntry& e(vPages[i]);
+        if (!e.bUsed) {
+          e = PageEntry{page, &b, true};
+          break;
+        }
+        if (e.page == page) {
+          e.pBlock = nullptr; // shared by two blocks
+          break;
+        }
+      }
+}
+
+void ZoneFlood::foreignTriangle() {
+  // A neighbour pointer outside the pool: the mesh is broken.
+  VASK_ASSERT(false);
+  throw std::logic_error("foreign triangle");
 }
 
 // pT has pB right after pA in counter-clockwise order: the edge pA-pB is
@@ -104,19 +118,20 @@ size_t ZoneFlood::addFences(const std::vector<ConstraintGraph2*>& vGraphs, SeedS
 }
 
 void ZoneFlood::flood(const std::vector<Triangle2*>& vSeeds, std::vector<Triangle2*>& vOut) {
-  std::vector<Triangle2*> vStack;
+  // The stack carries each triangle's flags, so a popped triangle needs no lookup.
+  std::vector<std::pair<Triangle2*, uint8_t*> > vStack;
   for (Triangle2* pSeed : vSeeds) {
     if (pSeed == nullptr) continue;
     uint8_t& f(flagsOf(pSeed));
     if (f & VISITED) continue;
     f |= VISITED;
-    vStack.push_back(pSeed);
+    vStack.emplace_back(pSeed, &f);
     vOut.push_back(pSeed);
   }
   while (!vStack.empty()) {
-    Triangle2* pT(vStack.back());
+    Triangle2* pT(vStack.back().first);
+    const uint8_t fenceBits(*vStack.back().second);
     vStack.pop_back();
-    const uint8_t fenceBits(flagsOf(pT));
     for (int i = 0; i < 3; ++i) {
       if (fenceBits & (1u << i)) continue;
       Triangle2* pOpp(pT->getOppositeTriangle(i));
@@ -124,7 +139,9 @@ void ZoneFlood::flood(const std::vector<Triangle2*>& vSeeds, std::vector<Triangl
       uint8_t& f(flagsOf(pOpp));
       if (f & VISITED) continue;
       f |= VISITED;
-      vStack.push_back(pOpp);
+      // Its neighbours are read when it is popped: start loading them now.
+      __builtin_prefetch(pOpp);
+      vStack.emplace_back(pOpp, &f);
       vOut.push_back(pOpp);
     }
   }

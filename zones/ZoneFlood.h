@@ -54,8 +54,46 @@ private:
     uintptr_t end;
     size_t first;
   };
-  bool indexOf(const Triangle2* pT, size_t& idx) const;
-  uint8_t& flagsOf(const Triangle2* pT);
+  // Inline: the flood asks for every neighbour it meets.
+  bool indexOf(const Triangle2* pT, size_t& idx) const {
+    const uintptr_t addr(reinterpret_cast<uintptr_t>(pT));
+    const Block* pBlock(blockOfPage(addr >> PAGE_SHIFT));
+    if (pBlock == nullptr || addr < pBlock->begin || addr >= pBlock->end) {
+      pBlock = findBlock(addr);
+      if (pBlock == nullptr) return false;
+    }
+    const uintptr_t offset(addr - pBlock->begin);
+    if (offset % sizeof(Triangle2) != 0) return false;
+    idx = pBlock->first + offset / sizeof(Triangle2);
+    return true;
+  }
+  const Block* findBlock(uintptr_t addr) const;
+  // Pages of 1 MB map to the block that covers them, in a small hash table:
+  // one probe finds the block of nearly every triangle. A page shared by
+  // two blocks (small early ones) maps to none and takes the bisection.
+  static const int PAGE_SHIFT = 20;
+  struct PageEntry {
+    uintptr_t page;
+    const Block* pBlock; // null: empty slot, or a page of several blocks
+    bool bUsed;
+  };
+  const Block* blockOfPage(uintptr_t page) const {
+    for (size_t i = hashPage(page);; i = (i + 1) & pageMask) {
+      const PageEntry& e(vPages[i]);
+      if (!e.bUsed) return nullptr;
+      if (e.page == page) return e.pBlock;
+    }
+  }
+  size_t hashPage(uintptr_t page) const {
+    return static_cast<size_t>((static_cast<uint64_t>(page) * 0x9E3779B97F4A7C15ull) >> 32) & pageMask;
+  }
+  void buildPageTable();
+  uint8_t& flagsOf(const Triangle2* pT) {
+    size_t idx(0);
+    if (!indexOf(pT, idx)) foreignTriangle();
+    return aFlags[idx];
+  }
+  [[noreturn]] static void foreignTriangle();
   uint8_t flagsOf(const Triangle2* pT) const { return const_cast<ZoneFlood*>(this)->flagsOf(pT); }
   void markFence(Triangle2* pT, Point2* pA, Point2* pB);
 
@@ -63,7 +101,8 @@ private:
   std::vector<Block> vBlocks; // sorted by address
   uint8_t* aFlags;            // zero pages from calloc: untouched slots cost nothing
   size_t numSlots;
-  mutable size_t lastBlock;   // blocks hit in runs: the last one is tried first
+  std::vector<PageEntry> vPages; // a power of two, at most half full
+  size_t pageMask;
 };
 
 } // namespace KIRO_VASK2D

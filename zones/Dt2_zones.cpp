@@ -8,6 +8,7 @@
 #include "support/VaskAssert.h"
 #include "zones/ZoneFlood.h"
 #include <cmath>
+#include <limits>
 #include <iostream>
 #include <sstream>
 
@@ -237,6 +238,90 @@ bool findInnerPoint(KiroTest& kiroTest, Triangle2* pT, bool bBarycentreOnly, Poi
   return false;
 }
 
+// For a sliver only a few ulps wide whose rounded inner combinations all
+// fall outside: doubles near its corners, in the first columns (and rows)
+// of the double grid beside each corner, a few ulps around each edge line
+// there. Each candidate is decided exactly.
+bool findGridPoint(KiroTest& kiroTest, Triangle2* pT, Point2& result) {
+  const double inf(std::numeric_limits<double>::infinity());
+  auto step = [](double v, int k, double dir) {
+    for (; k > 0; --k) v = std::nextafter(v, dir);
+    return v;
+  };
+  for (int ic = 0; ic < 3; ++ic) {
+    const Point2& c(*pT->getCorner(ic));
+    for (int axis = 0; axis < 2; ++axis)
+      for (int k = 1; k <= 8; ++k)
+        for (double dir : {inf, -inf}) {
+          const double t(step(axis == 0 ? c.x() : c.y(), k, dir));
+          for (int e = 0; e < 3; ++e) {
+            const Point2& p0(*pT->getCorner(incIndexBy1(e)));
+            const Point2& p1(*pT->getCorner(incIndexBy2(e)));
+            const double a0(axis == 0 ? p0.x() : p0.y()), a1(axis == 0 ? p1.x() : p1.y());
+            const double b0(axis == 0 ? p0.y() : p0.x()), b1(axis == 0 ? p1.y() : p1.x());
+            if (a0 == a1) continue;
+            const double u(b0 + (t - a0) * (b1 - b0) / (a1 - a0));
+            if (!std::isfinite(u)) continue;
+            for (int j = -3; j <= 3; ++j) {
+              const double uu(step(u, j < 0 ? -j : j, j < 0 ? -inf : inf));
+              const Point2 p(axis == 0 ? Point2(t, uu) : Point2(uu, t));
+              bool bInside(true);
+              for (int i = 0; i < 3 && bInside; ++i) bInside = kiroTest.getOrientation2(pT, i, &p) == ORIENTATION2_CCW;
+              if (bInside) {
+                result = p;
+                return true;
+              }
+            }
+          }
+        }
+  }
+  return false;
+}
+
+// When no point strictly inside a triangle of the component is a double
+// (slivers of subnormal height): a vertex of the component that no border
+// edge touches and that is no hull vertex, whose triangles all belong to
+// the component; else an exact midpoint of an edge inside the component.
+// Either seed lies inside the region and stays there, since nothing but
+// the border fences it.
+bool findInnerSeed(KiroTest& kiroTest, const ZoneFlood& walls, const std::vector<Triangle2*>& vComponent,
+                   Point2& result) {
+  for (Triangle2* pT : vComponent)
+    for (int i = 0; i < 3; ++i) {
+      Point2* pVtx(pT->getCorner(i));
+      bool bInner(true);
+      TriangleAroundVertexIterator start(pVtx), it(pVtx);
+      do {
+        Triangle2* pU(*it);
+        if (pU == nullptr) {
+          bInner = false;
+          break;
+        }
+        const int j(pU->getIntraTriangleIndex(pVtx));
+        if (walls.isFence(pU, incIndexBy1(j)) || walls.isFence(pU, incIndexBy2(j))) {
+          bInner = false;
+          break;
+        }
+        ++it;
+      } while (it != start);
+      if (bInner) {
+        result = Point2(pVtx->x(), pVtx->y());
+        return true;
+      }
+    }
+  for (Triangle2* pT : vComponent)
+    for (int i = 0; i < 3; ++i) {
+      if (pT->getOppositeTriangle(i) == nullptr || walls.isFence(pT, i)) continue;
+      const Point2& a(*pT->getCorner(incIndexBy1(i)));
+      const Point2& b(*pT->getCorner(incIndexBy2(i)));
+      const Point2 m(a.x() * 0.5 + b.x() * 0.5, a.y() * 0.5 + b.y() * 0.5);
+      if (m == a || m == b || kiroTest.getOrientation2(&a, &b, &m) != ORIENTATION2_COLLINEAR) continue;
+      result = m;
+      return true;
+    }
+  return false;
+}
+
 } // namespace
 
 Zone2* Dt2::createZone(std::vector<Triangle2*>& vTriangles) {
@@ -282,6 +367,8 @@ Zone2* Dt2::createZone(std::vector<Triangle2*>& vTriangles) {
     for (int pass = 0; pass < 2 && !bFound; ++pass)
       for (size_t k = 0; k < vComponent.size() && !bFound; ++k)
         bFound = findInnerPoint(kiroTest, vComponent[k], pass == 0, seed);
+    for (size_t k = 0; k < vComponent.size() && !bFound; ++k) bFound = findGridPoint(kiroTest, vComponent[k], seed);
+    if (!bFound) bFound = findInnerSeed(kiroTest, components, vComponent, seed);
     if (bFound) {
       vStartPoints.push_back(Point2(seed.x(), seed.y()));
       continue;

@@ -5,6 +5,8 @@
 #include "fuzz/FuzzReplay.h"
 #include "helpers/ConstraintChecker.h"
 #include "helpers/ZoneChecker.h"
+#include "helpers/ExactOracle.h"
+#include <limits>
 #include "constraints/ConstraintMgr.h"
 #include "core/Dt2.h"
 #include <algorithm>
@@ -272,6 +274,68 @@ void makeDelaunay(Replay& r, const Op& op) {
   r.bConformingDirty = true;
 }
 
+// Whether no double lies strictly inside the triangle: known for areas
+// below the smallest normal double, else searched on the grid of doubles
+// in its box when that box holds few of them; false when undecided.
+bool hasNoInnerDouble(const KIRO_VASK2D::Triangle2* pT) {
+  const Point2 &a(*pT->getCorner(0)), &b(*pT->getCorner(1)), &c(*pT->getCorner(2));
+  if (std::fabs(vask_test::exactDoubleArea(a, b, c)) < std::numeric_limits<double>::min()) return true;
+  const double inf(std::numeric_limits<double>::infinity());
+  const double x0(std::min({a.x(), b.x(), c.x()})), x1(std::max({a.x(), b.x(), c.x()}));
+  const double y0(std::min({a.y(), b.y(), c.y()})), y1(std::max({a.y(), b.y(), c.y()}));
+  int numX(0);
+  for (double x = x0; x <= x1; x = std::nextafter(x, inf))
+    if (++numX > 64) return false;
+  for (double x = x0; x <= x1; x = std::nextafter(x, inf)) {
+    int numY(0);
+    for (double y = y0; y <= y1; y = std::nextafter(y, inf)) {
+      if (++numY > 64) return false;
+      const Point2 p(x, y);
+      if (vask_test::exactOrientationSign(a, b, p) > 0 && vask_test::exactOrientationSign(b, c, p) > 0 &&
+          vask_test::exactOrientationSign(c, a, p) > 0)
+        return false;
+    }
+  }
+  return true;
+}
+
+// A zone made of the triangles whose barycentre lies in the box: at once
+// exactly those triangles; its border becomes a graph like any other.
+void zoneTriangles(Replay& r, const Op& op) {
+  if (!r.dt.hasArea()) return;
+  const Point2& a(op.vPoints.front()); // shrinking may leave one point: a box of no extent
+  const Point2& b(op.vPoints.back());
+  std::vector<KIRO_VASK2D::Triangle2*> vAll, vPick;
+  r.dt.getTrianglePointers(vAll);
+  for (KIRO_VASK2D::Triangle2* pT : vAll) {
+    const Point2 c(pT->getBarycenter());
+    if (c.x() >= std::min(a.x(), b.x()) && c.x() <= std::max(a.x(), b.x()) && c.y() >= std::min(a.y(), b.y()) &&
+        c.y() <= std::max(a.y(), b.y()))
+      vPick.push_back(pT);
+  }
+  if (vPick.empty()) return;
+  KIRO_VASK2D::Zone2* pZone(r.dt.createZone(vPick, false));
+  if (pZone == nullptr || pZone->getConstraintGraph() == nullptr) {
+    r.fail("zone: no zone made of triangles");
+    return;
+  }
+  std::vector<KIRO_VASK2D::Triangle2*> vGot;
+  pZone->getTriangles(vGot);
+  // A piece gets lost only where no double lies strictly inside any of its
+  // triangles (the library warns).
+  const std::set<KIRO_VASK2D::Triangle2*> sGot(vGot.begin(), vGot.end()), sPick(vPick.begin(), vPick.end());
+  bool bOk(sGot.size() == vGot.size());
+  for (KIRO_VASK2D::Triangle2* pT : sGot) bOk &= sPick.count(pT) != 0;
+  for (KIRO_VASK2D::Triangle2* pT : sPick)
+    if (!sGot.count(pT))
+      bOk &= hasNoInnerDouble(pT);
+  if (!bOk)
+    r.fail("zone: a zone made of triangles is not those triangles",
+           std::to_string(vGot.size()) + " triangles instead of " + std::to_string(vPick.size()));
+  r.vGraphs.push_back(pZone->getConstraintGraph());
+  r.vTriangleZones.push_back(pZone);
+}
+
 } // namespace
 
 void applyConstraintOp(Replay& r, const Op& op) {
@@ -288,6 +352,7 @@ void applyConstraintOp(Replay& r, const Op& op) {
   case OpKind::Split: split(r, op); break;
   case OpKind::SplitDead: splitDead(r, op); break;
   case OpKind::MakeDelaunay: makeDelaunay(r, op); break;
+  case OpKind::ZoneTriangles: zoneTriangles(r, op); break;
   default: break;
   }
   adoptNewVertices(r);
@@ -354,6 +419,13 @@ void checkZones(Replay& r) {
     std::vector<KIRO_VASK2D::Triangle2*> vAll;
     r.dt.getTrianglePointers(vAll);
     expectSame(r.pGlobalZone, vAll, "global");
+  }
+  for (Zone2* pZone : r.vTriangleZones) {
+    std::vector<ConstraintGraph2*> vGraphs;
+    pZone->getConstraintGraphs(vGraphs);
+    std::vector<KIRO_VASK2D::Triangle2*> vExpected;
+    if (vask_test::expectedGrowZone(r.dt, vGraphs, pZone->getStartPoints(), vExpected))
+      expectSame(pZone, vExpected, "triangle-list");
   }
   for (std::size_t g = 0; g < r.vInsideZones.size() && r.outcome.ok; ++g) {
     if (r.vInsideZones[g] == nullptr) continue;

@@ -70,6 +70,7 @@ struct Replay {
   // graph's position), and the whole mesh.
   std::vector<KIRO_VASK2D::Zone2*> vInsideZones, vOutsideZones;
   KIRO_VASK2D::Zone2* pGlobalZone = nullptr;
+  std::vector<KIRO_VASK2D::Zone2*> vTriangleZones; // made of triangle lists, grown from their seeds
   Outcome outcome;
 
   void fail(const std::string& kind, const std::string& detail = std::string()) {
@@ -106,7 +107,7 @@ inline Snapshot snapshot(KIRO_VASK2D::Vask_2D& dt) {
 std::vector<KIRO_VASK2D::Point2> constraintSet(const std::vector<KIRO_VASK2D::Point2>& vPool, Rng& rng);
 /** a + t (b - a), rounded: on the line exactly only when nothing rounds. */
 KIRO_VASK2D::Point2 along(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, double t);
-/** Replays a constraint operation (Constraint, Apply, Split, SplitDead, MakeDelaunay). */
+/** Replays a constraint operation (Constraint, Apply, Split, SplitDead, MakeDelaunay, ZoneTriangles). */
 void applyConstraintOp(Replay& r, const Op& op);
 /** Removal of a vertex that is or was an end of a constraint segment: refused, nothing changes. */
 void removeConstraintVertex(Replay& r, KIRO_VASK2D::Point2* pVtx);

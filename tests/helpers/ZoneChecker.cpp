@@ -188,55 +188,98 @@ double exactDoubleAreaOf(const std::vector<Triangle2*>& vZone, double unit) {
 }
 double fenceDoubleArea(const Fence& fence, double unit) { return inUnits(fenceAreaQ(fence), unit); }
 
-std::vector<Triangle2*> expectedFencedZone(KIRO_VASK2D::Vask_2D& dt,
-                                          const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs, bool bInside) {
-  typedef std::pair<Point2*, Point2*> PP;
+namespace {
+typedef std::pair<Point2*, Point2*> PP;
+
+// The mesh cut into regions along the alive leaves of the graphs (only
+// where they are edges): a union-find over the triangles.
+struct Regions {
   std::vector<Triangle2*> vAll;
-  dt.getTrianglePointers(vAll);
-  std::unordered_map<const Triangle2*, size_t> mIndex;
+  std::vector<size_t> vParent;
   std::map<PP, size_t> mDirected; // edge from corner i+1 to corner i+2: the triangle on its left
-  for (size_t k = 0; k < vAll.size(); ++k) {
-    mIndex[vAll[k]] = k;
-    for (int i = 0; i < 3; ++i) mDirected[PP(vAll[k]->getCorner((i + 1) % 3), vAll[k]->getCorner((i + 2) % 3))] = k;
-  }
-  std::set<PP> sFence;
   std::vector<std::vector<Point2*> > vPairsPerGraph;
-  for (const KIRO_VASK2D::ConstraintGraph2* pCG : vGraphs) {
-    vPairsPerGraph.emplace_back();
-    pCG->getPolygonVertices(vPairsPerGraph.back());
-    const std::vector<Point2*>& v(vPairsPerGraph.back());
-    for (size_t i = 0; i + 1 < v.size(); i += 2) sFence.insert(PP(std::min(v[i], v[i + 1]), std::max(v[i], v[i + 1])));
+
+  Regions(KIRO_VASK2D::Vask_2D& dt, const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs) {
+    dt.getTrianglePointers(vAll);
+    std::unordered_map<const Triangle2*, size_t> mIndex;
+    for (size_t k = 0; k < vAll.size(); ++k) {
+      mIndex[vAll[k]] = k;
+      for (int i = 0; i < 3; ++i) mDirected[PP(vAll[k]->getCorner((i + 1) % 3), vAll[k]->getCorner((i + 2) % 3))] = k;
+    }
+    std::set<PP> sFence;
+    for (const KIRO_VASK2D::ConstraintGraph2* pCG : vGraphs) {
+      vPairsPerGraph.emplace_back();
+      pCG->getPolygonVertices(vPairsPerGraph.back());
+      const std::vector<Point2*>& v(vPairsPerGraph.back());
+      for (size_t i = 0; i + 1 < v.size(); i += 2) sFence.insert(undirected(v[i], v[i + 1]));
+    }
+    vParent.resize(vAll.size());
+    std::iota(vParent.begin(), vParent.end(), 0);
+    for (size_t k = 0; k < vAll.size(); ++k)
+      for (int i = 0; i < 3; ++i) {
+        const Triangle2* pN(vAll[k]->getOppositeTriangle(i));
+        if (pN == nullptr) continue;
+        if (sFence.count(undirected(vAll[k]->getCorner((i + 1) % 3), vAll[k]->getCorner((i + 2) % 3)))) continue;
+        vParent[root(k)] = root(mIndex.at(pN));
+      }
   }
-  std::vector<size_t> vParent(vAll.size());
-  std::iota(vParent.begin(), vParent.end(), 0);
-  std::function<size_t(size_t)> root = [&](size_t k) {
+  static PP undirected(Point2* a, Point2* b) { return PP(std::min(a, b), std::max(a, b)); }
+  size_t root(size_t k) {
     while (vParent[k] != k) k = vParent[k] = vParent[vParent[k]];
     return k;
-  };
-  for (size_t k = 0; k < vAll.size(); ++k)
-    for (int i = 0; i < 3; ++i) {
-      const Triangle2* pN(vAll[k]->getOppositeTriangle(i));
-      if (pN == nullptr) continue;
-      Point2* a(vAll[k]->getCorner((i + 1) % 3));
-      Point2* b(vAll[k]->getCorner((i + 2) % 3));
-      if (sFence.count(PP(std::min(a, b), std::max(a, b)))) continue;
-      vParent[root(k)] = root(mIndex.at(pN));
-    }
+  }
+  std::vector<Triangle2*> members(const std::set<size_t>& sRoots) {
+    std::vector<Triangle2*> vOut;
+    for (size_t k = 0; k < vAll.size(); ++k)
+      if (sRoots.count(root(k))) vOut.push_back(vAll[k]);
+    return vOut;
+  }
+};
+
+int exactSign(const Point2& a, const Point2& b, const Point2& p) {
+  return orientation(Q(a.x()), Q(a.y()), Q(b.x()), Q(b.y()), Q(p.x()), Q(p.y()));
+}
+} // namespace
+
+std::vector<Triangle2*> expectedFencedZone(KIRO_VASK2D::Vask_2D& dt,
+                                          const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs, bool bInside) {
+  Regions regions(dt, vGraphs);
   std::set<size_t> sSeedRoots;
-  for (const std::vector<Point2*>& v : vPairsPerGraph) {
+  for (const std::vector<Point2*>& v : regions.vPairsPerGraph) {
     std::map<PP, int> mCount;
-    for (size_t i = 0; i + 1 < v.size(); i += 2) ++mCount[PP(std::min(v[i], v[i + 1]), std::max(v[i], v[i + 1]))];
+    for (size_t i = 0; i + 1 < v.size(); i += 2) ++mCount[Regions::undirected(v[i], v[i + 1])];
     for (size_t i = 0; i + 1 < v.size(); i += 2) {
-      if (bInside && mCount[PP(std::min(v[i], v[i + 1]), std::max(v[i], v[i + 1]))] > 1) continue;
+      if (bInside && mCount[Regions::undirected(v[i], v[i + 1])] > 1) continue;
       const PP wanted(bInside ? PP(v[i], v[i + 1]) : PP(v[i + 1], v[i]));
-      const auto it(mDirected.find(wanted));
-      if (it != mDirected.end()) sSeedRoots.insert(root(it->second));
+      const auto it(regions.mDirected.find(wanted));
+      if (it != regions.mDirected.end()) sSeedRoots.insert(regions.root(it->second));
     }
   }
-  std::vector<Triangle2*> vOut;
-  for (size_t k = 0; k < vAll.size(); ++k)
-    if (sSeedRoots.count(root(k))) vOut.push_back(vAll[k]);
-  return vOut;
+  return regions.members(sSeedRoots);
+}
+
+bool expectedGrowZone(KIRO_VASK2D::Vask_2D& dt, const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs,
+                      const std::vector<Point2>& vSeeds, std::vector<Triangle2*>& vOut) {
+  Regions regions(dt, vGraphs);
+  std::set<size_t> sSeedRoots;
+  for (const Point2& seed : vSeeds) {
+    bool bFound(false);
+    for (size_t k = 0; k < regions.vAll.size() && !bFound; ++k) {
+      const Triangle2* pT(regions.vAll[k]);
+      const Point2 &a(*pT->getCorner(0)), &b(*pT->getCorner(1)), &c(*pT->getCorner(2));
+      if (seed.x() < std::min({a.x(), b.x(), c.x()}) || seed.x() > std::max({a.x(), b.x(), c.x()}) ||
+          seed.y() < std::min({a.y(), b.y(), c.y()}) || seed.y() > std::max({a.y(), b.y(), c.y()}))
+        continue;
+      const int s0(exactSign(b, c, seed)), s1(exactSign(c, a, seed)), s2(exactSign(a, b, seed));
+      if (s0 < 0 || s1 < 0 || s2 < 0) continue;
+      if (s0 == 0 || s1 == 0 || s2 == 0) return false; // on an edge: the side is the library's choice
+      sSeedRoots.insert(regions.root(k));
+      bFound = true;
+    }
+    if (!bFound) return false;
+  }
+  vOut = regions.members(sSeedRoots);
+  return true;
 }
 
 } // namespace vask_test

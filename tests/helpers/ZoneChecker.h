@@ -55,6 +55,13 @@ std::vector<KIRO_VASK2D::Triangle2*> expectedFencedZone(KIRO_VASK2D::Vask_2D& dt
                                                         const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs,
                                                         bool bInside);
 
+/** The same for a grown zone: the regions (cut by every alive leaf of the
+ * graphs) whose triangles hold a seed strictly inside. False, leaving vOut,
+ * when a seed lies on an edge or outside the mesh: then the side is not the
+ * oracle's to decide. */
+bool expectedGrowZone(KIRO_VASK2D::Vask_2D& dt, const std::vector<KIRO_VASK2D::ConstraintGraph2*>& vGraphs,
+                      const std::vector<KIRO_VASK2D::Point2>& vSeeds, std::vector<KIRO_VASK2D::Triangle2*>& vOut);
+
 /** Exact comparison of twice the area of the triangles with the shoelace
  * sum of the fence (twice the winding-weighted area): -1, 0, 1. */
 int compareAreaWithFence(const std::vector<KIRO_VASK2D::Triangle2*>& vZone, const Fence& fence);

@@ -42,11 +42,13 @@ enum ZoneLocation {
  *
  * Made by Vask_2D::createZone and owned by the triangulation; every query
  * recomputes the triangles, so fetch them once when several results are
- * needed. Queries need the mesh to stay unchanged while they run; two
- * queries on one zone share no mutable state. */
+ * needed. Queries need the mesh to stay unchanged while they run. A query
+ * keeps its working marks to itself: two queries on one zone share no
+ * mutable state of the zone (ZL_GROW locates its seeds through the
+ * triangulation, which is not for two threads at once). */
 class VASK2D_API Zone2 {
 public:
-  /** ZL_GLOBAL (or a set-operation result, whose inputs that operation sets). */
+  /** ZL_GLOBAL, or a ZL_RESULT kind for the set operations, which set its inputs. */
   Zone2(Dt2* pDt2, ZoneLocation zoneLoc);
   /** ZL_INSIDE, ZL_OUTSIDE or ZL_BOUNDED of one oriented graph. */
   Zone2(Dt2* pDt2, ZoneLocation zoneLoc, ConstraintGraph2* pConstraintGraph);

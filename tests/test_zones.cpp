@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <limits>
 #include <random>
 #include <set>
 #include <string>
@@ -59,7 +60,7 @@ Fence fenceOf(const std::vector<Ring>& vRings) {
   return fence;
 }
 
-enum Family { RANDOM, CLUSTERED, GRID };
+enum Family { RANDOM, CLUSTERED, GRID, NEAR_FENCE };
 
 // Points of a family in the unit square, with its corners so that every
 // ring lies inside the hull.
@@ -76,6 +77,20 @@ std::vector<Point2> familyPoints(Family family, const Frame& f, unsigned seed) {
       for (int i = 0; i < 50; ++i)
         v.push_back(f.map(std::min(1.0, std::max(0.0, cx + g(rng))), std::min(1.0, std::max(0.0, cy + g(rng)))));
     }
+  }
+  if (family == NEAR_FENCE) { // on the fences and a few ulps beside them
+    const double inf(std::numeric_limits<double>::infinity());
+    for (int i = 0; i < 100; ++i) v.push_back(f.map(u(rng), u(rng)));
+    for (const Ring& r : nestedRings(f))
+      for (size_t e = 0; e < r.size(); ++e)
+        for (int k = 1; k < 16; ++k) {
+          const Point2 &a(r[e]), &b(r[(e + 1) % r.size()]);
+          double x(a.x() + (b.x() - a.x()) * (k / 16.0)), y(a.y() + (b.y() - a.y()) * (k / 16.0));
+          double& c(u(rng) < 0.5 ? x : y);
+          for (int step = static_cast<int>(u(rng) * 7) - 3; step != 0; step += step > 0 ? -1 : 1)
+            c = std::nextafter(c, step > 0 ? inf : -inf);
+          v.push_back(Point2(x, y));
+        }
   }
   if (family == GRID) // every ring vertex is a grid point, every ring edge runs through grid points
     for (int i = 0; i <= 16; ++i)
@@ -142,11 +157,11 @@ TEST_P(ZoneKindsKeepRegion, ThroughInsertionsSplitsAndRemovals) {
   Zone2* pIn(dt.createZone(pCG, ZL_INSIDE));
   Zone2* pOut(dt.createZone(pCG, ZL_OUTSIDE));
   Zone2* pAll(dt.createZone(nullptr, ZL_GLOBAL));
-  // Seeds off every fence: in the annulus twice (overlapping) and in the island.
+  // Seeds lie off every fence. The facade's grow zone has one, in the annulus;
+  // the constructor takes several: two in the annulus (the same region) and
+  // one in the island, which together give the inside.
   Zone2* pGrow(dt.createZone(std::vector<ConstraintGraph2*>(1, pCG), ZL_GROW, frame.map(0.75, 0.3)));
   ASSERT_TRUE(pIn && pOut && pAll && pGrow);
-  // A grow zone with several seeds comes from the triangle-list creator's
-  // constructor; here through the triangulation directly.
   std::vector<Point2> vSeeds{frame.map(0.75, 0.3), frame.map(0.7, 0.2), frame.map(0.375, 0.375)};
   Zone2 grow3(dt.getImpl(), std::vector<ConstraintGraph2*>(1, pCG), ZL_GROW, vSeeds);
   const double originalArea(vask_test::fenceDoubleArea(fenceOf(vRings), zc.scale));
@@ -226,7 +241,9 @@ INSTANTIATE_TEST_SUITE_P(
                     ZoneCase{RANDOM, 1.0, 0.0, CIS_CONFORMING_DELAUNAY},
                     ZoneCase{RANDOM, std::ldexp(1.0, -1000), 0.0, CIS_CONSTRAINED_DELAUNAY},
                     ZoneCase{CLUSTERED, std::ldexp(1.0, 1000), 0.0, CIS_CONSTRAINED_DELAUNAY},
-                    ZoneCase{GRID, 16.0, std::ldexp(1.0, 40), CIS_CONSTRAINED_DELAUNAY}));
+                    ZoneCase{GRID, 16.0, std::ldexp(1.0, 40), CIS_CONSTRAINED_DELAUNAY},
+                    ZoneCase{NEAR_FENCE, 1.0, 0.0, CIS_CONSTRAINED_DELAUNAY},
+                    ZoneCase{NEAR_FENCE, std::ldexp(1.0, -1000), 0.0, CIS_CONFORMING_DELAUNAY}));
 
 // Two overlapping counter-clockwise squares as two graphs, a third one
 // crossing both: the inside of all is winding > 0 of their union, whatever

@@ -239,41 +239,51 @@ bool findInnerPoint(KiroTest& kiroTest, Triangle2* pT, bool bBarycentreOnly, Poi
 }
 
 // For a sliver only a few ulps wide whose rounded inner combinations all
-// fall outside: doubles near its corners, in the first columns (and rows)
-// of the double grid beside each corner, a few ulps around each edge line
-// there. Each candidate is decided exactly.
+// fall outside: columns (and rows) of the double grid beside each corner
+// and spread over the triangle's extent, and in each the doubles a few
+// ulps around where the edge lines cross it. Each candidate is decided
+// exactly; where the sliver is narrower than the grid, the offsets of the
+// lines against it vary from column to column, so some column holds one.
 bool findGridPoint(KiroTest& kiroTest, Triangle2* pT, Point2& result) {
   const double inf(std::numeric_limits<double>::infinity());
   auto step = [](double v, int k, double dir) {
     for (; k > 0; --k) v = std::nextafter(v, dir);
     return v;
   };
-  for (int ic = 0; ic < 3; ++ic) {
-    const Point2& c(*pT->getCorner(ic));
-    for (int axis = 0; axis < 2; ++axis)
-      for (int k = 1; k <= 8; ++k)
-        for (double dir : {inf, -inf}) {
-          const double t(step(axis == 0 ? c.x() : c.y(), k, dir));
-          for (int e = 0; e < 3; ++e) {
-            const Point2& p0(*pT->getCorner(incIndexBy1(e)));
-            const Point2& p1(*pT->getCorner(incIndexBy2(e)));
-            const double a0(axis == 0 ? p0.x() : p0.y()), a1(axis == 0 ? p1.x() : p1.y());
-            const double b0(axis == 0 ? p0.y() : p0.x()), b1(axis == 0 ? p1.y() : p1.x());
-            if (a0 == a1) continue;
-            const double u(b0 + (t - a0) * (b1 - b0) / (a1 - a0));
-            if (!std::isfinite(u)) continue;
-            for (int j = -3; j <= 3; ++j) {
-              const double uu(step(u, j < 0 ? -j : j, j < 0 ? -inf : inf));
-              const Point2 p(axis == 0 ? Point2(t, uu) : Point2(uu, t));
-              bool bInside(true);
-              for (int i = 0; i < 3 && bInside; ++i) bInside = kiroTest.getOrientation2(pT, i, &p) == ORIENTATION2_CCW;
-              if (bInside) {
-                result = p;
-                return true;
-              }
-            }
-          }
+  auto tryColumn = [&](int axis, double t) {
+    for (int e = 0; e < 3; ++e) {
+      const Point2& p0(*pT->getCorner(incIndexBy1(e)));
+      const Point2& p1(*pT->getCorner(incIndexBy2(e)));
+      const double a0(axis == 0 ? p0.x() : p0.y()), a1(axis == 0 ? p1.x() : p1.y());
+      const double b0(axis == 0 ? p0.y() : p0.x()), b1(axis == 0 ? p1.y() : p1.x());
+      if (a0 == a1) continue;
+      const double u(b0 + (t - a0) * (b1 - b0) / (a1 - a0));
+      if (!std::isfinite(u)) continue;
+      for (int j = -3; j <= 3; ++j) {
+        const double uu(step(u, j < 0 ? -j : j, j < 0 ? -inf : inf));
+        const Point2 p(axis == 0 ? Point2(t, uu) : Point2(uu, t));
+        bool bInside(true);
+        for (int i = 0; i < 3 && bInside; ++i) bInside = kiroTest.getOrientation2(pT, i, &p) == ORIENTATION2_CCW;
+        if (bInside) {
+          result = p;
+          return true;
         }
+      }
+    }
+    return false;
+  };
+  for (int axis = 0; axis < 2; ++axis) {
+    double lo(inf), hi(-inf);
+    for (int ic = 0; ic < 3; ++ic) {
+      const double a(axis == 0 ? pT->getCorner(ic)->x() : pT->getCorner(ic)->y());
+      lo = std::min(lo, a);
+      hi = std::max(hi, a);
+      for (int k = 1; k <= 8; ++k)
+        for (double dir : {inf, -inf})
+          if (tryColumn(axis, step(a, k, dir))) return true;
+    }
+    for (int m = 1; m < 64; ++m)
+      if (tryColumn(axis, lo + (hi - lo) * (m / 64.0))) return true;
   }
   return false;
 }

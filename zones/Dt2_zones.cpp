@@ -389,8 +389,23 @@ Zone2* Dt2::createZone(std::vector<Triangle2*>& vTriangles) {
   }
   if (bSeedless)
     logWarning("Dt2::createZone", "An almost degenerate part of the zone has no start point for zone growing!");
-  // The border edges stand in the mesh already: establishing them changes nothing.
+  // The border edges stand in the mesh already: establishing them changes
+  // nothing. But the registry holds one segment per vertex pair: where a
+  // border edge joins the ends of a segment split before (its split vertex
+  // rounded off its line, so the old edge stayed), the graph takes that
+  // segment, whose pieces don't run along the edge.
   ConstraintMgr* pMgr(getConstraintMgr());
+  size_t numSplitBefore(0);
+  for (const std::pair<Point2*, Point2*>& pp : vBorder) {
+    ConstraintSegment2* pOld(pMgr->findSegment(pp.first, pp.second));
+    if (pOld != nullptr && !pOld->isAlive()) ++numSplitBefore;
+  }
+  if (numSplitBefore > 0) {
+    std::ostringstream oss;
+    oss << numSplitBefore << " border edge(s) of the triangles join the ends of a constraint segment split before: "
+        << "the zone also holds the triangles between such an edge and the pieces of that segment";
+    logWarning(tag, oss.str());
+  }
   ConstraintGraph2* pCG(pMgr->buildGraphOriented(vBorder, CIS_CONSTRAINED_DELAUNAY));
   std::vector<ConstraintSegment2*> vRoots;
   pCG->getOriginalConstraintSegments(vRoots);

@@ -49,7 +49,12 @@ void Dt2::clearHullCache() {
     for (size_t i = 0; i < HULL_CACHE_SIZE; ++i) aHullCache[d][i] = HullCacheEntry{nullptr, nullptr};
 }
 
-Dt2::~Dt2() { deleteConstraintMgr(); }
+Dt2::~Dt2() {
+  // Zones read the constraint graphs: they go first.
+  for (Zone2* pZone : sZones) delete pZone;
+  sZones.clear();
+  deleteConstraintMgr();
+}
 
 // ---------------------------------------------------------------------------
 // Box and Hilbert key

@@ -6,6 +6,7 @@
 #include "MsgBase.h"
 #include "Point2.h"
 #include "Triangle2.h"
+#include "Zone2.h"
 #include "core/EdgeLegality.h"
 #include "core/InserterMT.h"
 #include "core/MeshRewiring.h"
@@ -18,6 +19,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,6 +30,7 @@ class Visualizer2;
 class ConstraintMgr;
 class ConstraintGraph2;
 class ConstraintSegment2;
+class ZoneFlood;
 
 /** The Delaunay triangulation behind Vask_2D. It owns every vertex and
  * triangle (pools), the vertex vault, the exact predicates and the Hilbert
@@ -130,6 +133,41 @@ public:
   void sweepFormerConstraintEdge(Point2* p0, Point2* p1);
 
   // -------------------------------------------------------------------------
+  // Zones (zones/Dt2_zones.cpp). Every creator returns null with a warning
+  // for input it can't turn into a zone; a zone made here belongs to this
+  // triangulation until deleteZone or the destructor.
+
+  /** ZL_GLOBAL without a graph; ZL_INSIDE, ZL_OUTSIDE, ZL_BOUNDED with an
+   * oriented graph of this triangulation. */
+  Zone2* createZone(ConstraintGraph2* pConstraintGraph, ZoneLocation zoneLoc);
+  /** ZL_GROW from one start point, fenced by the graphs (oriented or not). */
+  Zone2* createZone(const std::vector<ConstraintGraph2*>& vConstraintGraphs, ZoneLocation zoneLoc,
+                    const Point2& startPoint);
+  /** ZL_INSIDE or ZL_OUTSIDE of several oriented graphs. */
+  Zone2* createZone(const std::vector<ConstraintGraph2*>& vConstraintGraphs, ZoneLocation zoneLoc);
+  /** ZL_BOUNDED over edges that have the region on their left. */
+  Zone2* createZone(std::vector<Edge2>& vEdges, ZoneLocation zoneLoc);
+  /** A zone that reproduces the given triangles through later changes: their
+   * border becomes a constraint graph, one start point per component. */
+  Zone2* createZone(std::vector<Triangle2*>& vTriangles);
+  /** Deletes a zone of this triangulation; refuses an unknown zone and one
+   * that a result zone still reads. */
+  void deleteZone(Zone2* pZone);
+  bool hasZone(const Zone2* pZone) const { return sZones.count(const_cast<Zone2*>(pZone)) != 0; }
+  size_t numberOfZones() const { return sZones.size(); }
+  /** Appends the triangles reachable from each start point without
+   * crossing an alive segment of the graphs; each triangle once. */
+  void growZoneArea(const std::vector<ConstraintGraph2*>& vConstraintGraphs, const std::vector<Point2>& vStartPoints,
+                    std::vector<Triangle2*>& vOut);
+  /** The same with the caller's flood, whose marks then tell membership. */
+  void growZoneArea(const std::vector<ConstraintGraph2*>& vConstraintGraphs, const std::vector<Point2>& vStartPoints,
+                    std::vector<Triangle2*>& vOut, ZoneFlood* pFlood);
+  void growZoneArea(const std::vector<ConstraintGraph2*>& vConstraintGraphs, const Point2& startPoint,
+                    std::vector<Triangle2*>& vOut) {
+    growZoneArea(vConstraintGraphs, std::vector<Point2>(1, startPoint), vOut);
+  }
+
+  // -------------------------------------------------------------------------
   // Single-point insertion (Dt2_insert.cpp)
   Point2* insert(const Point2& p);
   Triangle2* insertVertex(Point2* pVtx, Triangle2* pStart);
@@ -230,6 +268,8 @@ public:
 
   // Access for the vault, the chunks and tests
   KiroTest& getKiroTest() { return kiroTest; }
+  /** The triangles in their blocks, dead ones included (no corners). */
+  const SimplePool<Triangle2>& getTrianglePool() const { return trianglePool; }
   VertexVault& getVertexVault() { return vertexVault; }
   const Bbox2& getBbox() const { return bbox; }
   Point2* newVertex() { return vertexPool.get(); }
@@ -305,6 +345,10 @@ private:
   std::vector<Triangle2*> vSweepNextT; // next round of flipSweep (hull removal, restoreDelaunay)
   bool bFastMode;
   ConstraintMgr* pConstraintMgr; // null until the first constraint
+  std::set<Zone2*> sZones;       // owned
+  Zone2* addZone(Zone2* pZone);
+  bool isOwnGraph(ConstraintGraph2* pCG, const char* tag);
+  bool isOnFence(const ZoneFlood& flood, Triangle2* pT, const Point2& p);
   void deleteConstraintMgr();
   bool isConstraintEdgeInMgr(const Triangle2* pT, int i) const;
   void splitConstraintAt(Point2* p0, Point2* p1, Point2* pVtx);

@@ -175,6 +175,39 @@ void Vask_2D::applyConstraintsAndZones() {
   pImpl->applyConstraintsAndZones();
 }
 
+namespace {
+Zone2* reportNoZone(Zone2* pZone, bool bVerbose) {
+  if (pZone == nullptr && bVerbose)
+    logWarning("Vask_2D::createZone(..)", "No zone created, returning NULL (bVerbose==true)");
+  return pZone;
+}
+} // namespace
+
+Zone2* Vask_2D::createZone(ConstraintGraph2* pConstraintGraph, ZoneLocation zoneLoc, bool bVerbose) {
+  NearestRounding rounding;
+  return reportNoZone(pImpl->createZone(pConstraintGraph, zoneLoc), bVerbose);
+}
+
+Zone2* Vask_2D::createZone(ConstraintGraph2* pConstraintGraph, ZoneLocation zoneLoc, const Point2& startPoint,
+                           bool bVerbose) {
+  NearestRounding rounding;
+  return reportNoZone(pImpl->createZone(std::vector<ConstraintGraph2*>(1, pConstraintGraph), zoneLoc, startPoint),
+                      bVerbose);
+}
+
+Zone2* Vask_2D::createZone(const std::vector<ConstraintGraph2*>& vConstraintGraphs, ZoneLocation zoneLoc,
+                           const Point2& startPoint, bool bVerbose) {
+  NearestRounding rounding;
+  return reportNoZone(pImpl->createZone(vConstraintGraphs, zoneLoc, startPoint), bVerbose);
+}
+
+Zone2* Vask_2D::createZone(std::vector<Triangle2*>& vTriangles, bool bVerbose) {
+  NearestRounding rounding;
+  return reportNoZone(pImpl->createZone(vTriangles), bVerbose);
+}
+
+void Vask_2D::deleteZone(Zone2* pZone) { pImpl->deleteZone(pZone); }
+
 bool Vask_2D::isConstraint(Point2* p0, Point2* p1) const { return pImpl->isConstraint(p0, p1); }
 bool Vask_2D::isConstraint(Point2* pVtx) const { return pVtx != nullptr && pImpl->isConstraint(pVtx); }
 bool Vask_2D::isConstraint(Triangle2* pT, int ith) const {

@@ -21,6 +21,7 @@
 #include "SegmentChecker.h"
 #include "ConstraintSegment2.h"
 #include "ConstraintGraph2.h"
+#include "Zone2.h"
 #include <vector>
 
 namespace KIRO_VASK2D {
@@ -81,6 +82,30 @@ public:
   ConstraintSegment2* getConstraintSegment(Point2* p0, Point2* p1) const;
   void getAliveConstraintSegments(std::vector<ConstraintSegment2*>& vAliveConstraintSegments) const;
   void getAliveAndDeadConstraintSegments(std::vector<ConstraintSegment2*>& vAllConstraintSegments) const;
+
+  // Zones: regions kept as recipes (fences and start points), so that they
+  // keep their meaning through later insertions, splits and removals. The
+  // triangulation owns them. Every creator refuses bad input with a warning
+  // and returns null; with bVerbose it then says so once more.
+
+  /** ZL_GLOBAL with a null graph: the whole mesh. ZL_INSIDE (ZL_OUTSIDE):
+   * the triangles left (right) of an oriented graph, flooded up to the
+   * graph's edges. ZL_BOUNDED: as ZL_INSIDE. */
+  Zone2* createZone(ConstraintGraph2* pConstraintGraph, ZoneLocation zoneLoc, bool bVerbose = true);
+  /** ZL_GROW: the triangles reachable from startPoint without crossing an
+   * edge of the graph. */
+  Zone2* createZone(ConstraintGraph2* pConstraintGraph, ZoneLocation zoneLoc, const Point2& startPoint,
+                    bool bVerbose = true);
+  /** ZL_GROW fenced by several graphs, oriented or not. */
+  Zone2* createZone(const std::vector<ConstraintGraph2*>& vConstraintGraphs, ZoneLocation zoneLoc,
+                    const Point2& startPoint, bool bVerbose = true);
+  /** A zone that reproduces the given triangles and, like every zone, keeps
+   * that region through later changes: their border becomes a constraint
+   * graph and each edge-connected component gets a start point. */
+  Zone2* createZone(std::vector<Triangle2*>& vTriangles, bool bVerbose = true);
+  /** Deletes a zone of this triangulation. An unknown pointer, and a zone
+   * that a result zone still reads, are refused with a warning. */
+  void deleteZone(Zone2* pZone);
 
   // Counts and settings
   unsigned int numberOfPoints() const;

@@ -304,6 +304,10 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
       } else if (w < 92) {
         op.kind = OpKind::MakeDelaunay;
         op.arg = uniformInt(rng, 0, 7);
+      } else if (!vPool.empty()) {
+        op.kind = OpKind::ZoneTriangles;
+        op.vPoints.push_back(vPool[static_cast<std::size_t>(uniformInt(rng, 0, static_cast<int>(vPool.size()) - 1))]);
+        op.vPoints.push_back(vPool[static_cast<std::size_t>(uniformInt(rng, 0, static_cast<int>(vPool.size()) - 1))]);
       } else {
         continue;
       }
@@ -527,6 +531,7 @@ void apply(Replay& r, const Op& op) {
   case OpKind::Split:
   case OpKind::SplitDead:
   case OpKind::MakeDelaunay:
+  case OpKind::ZoneTriangles:
     applyConstraintOp(r, op);
     break;
   case OpKind::Cpu: {
@@ -601,7 +606,8 @@ const struct {
                 {OpKind::Apply, "apply", false, 0, 0, false},
                 {OpKind::Split, "split", true, 1, 1, false},
                 {OpKind::SplitDead, "splitdead", false, 1, 1, false},
-                {OpKind::MakeDelaunay, "makedelaunay", true, 0, 0, false}};
+                {OpKind::MakeDelaunay, "makedelaunay", true, 0, 0, false},
+                {OpKind::ZoneTriangles, "zonetriangles", false, 1, 2, false}};
 bool hasArg(OpKind k) {
   for (const auto& e : OP_SPECS)
     if (e.kind == k) return e.bArg;

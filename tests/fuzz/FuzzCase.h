@@ -28,7 +28,8 @@ enum class OpKind {
   Split,         // the alive segment whose midpoint is nearest the point: arg 0 insertAndSplit at its
                  // midpoint, 1 at its end (refused), 2 splitAndRemovePrev at its midpoint
   SplitDead,     // insertAndSplit on the dead segment whose midpoint is nearest the point (throws)
-  MakeDelaunay   // makeDelaunay(0) of graph number arg (modulo the number of graphs)
+  MakeDelaunay,  // makeDelaunay(0) of graph number arg (modulo the number of graphs)
+  ZoneTriangles  // createZone(the triangles whose barycentre lies in the box of the (one or two) points)
 };
 
 struct Op {

@@ -65,6 +65,12 @@ struct Replay {
   bool bPending = false;
   bool bConformingDirty = false;
   std::set<const KIRO_VASK2D::ConstraintSegment2*> sPlaced;
+  // Zones made once the mesh has area and kept through every later step:
+  // inside and outside of each oriented graph (null for the others, by the
+  // graph's position), and the whole mesh.
+  std::vector<KIRO_VASK2D::Zone2*> vInsideZones, vOutsideZones;
+  KIRO_VASK2D::Zone2* pGlobalZone = nullptr;
+  std::vector<KIRO_VASK2D::Zone2*> vTriangleZones; // made of triangle lists, grown from their seeds
   Outcome outcome;
 
   void fail(const std::string& kind, const std::string& detail = std::string()) {
@@ -101,13 +107,15 @@ inline Snapshot snapshot(KIRO_VASK2D::Vask_2D& dt) {
 std::vector<KIRO_VASK2D::Point2> constraintSet(const std::vector<KIRO_VASK2D::Point2>& vPool, Rng& rng);
 /** a + t (b - a), rounded: on the line exactly only when nothing rounds. */
 KIRO_VASK2D::Point2 along(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, double t);
-/** Replays a constraint operation (Constraint, Apply, Split, SplitDead, MakeDelaunay). */
+/** Replays a constraint operation (Constraint, Apply, Split, SplitDead, MakeDelaunay, ZoneTriangles). */
 void applyConstraintOp(Replay& r, const Op& op);
 /** Removal of a vertex that is or was an end of a constraint segment: refused, nothing changes. */
 void removeConstraintVertex(Replay& r, KIRO_VASK2D::Point2* pVtx);
 /** After a constraint operation: vertices the library made are known to the model, and each is a constraint vertex. */
 void adoptNewVertices(Replay& r);
-/** The whole check after a step: the mesh and the constraints. */
+/** The zones against the independent region oracle. */
+void checkZones(Replay& r);
+/** The whole check after a step: the mesh, the constraints and the zones. */
 void checkStep(Replay& r);
 
 } // namespace detail

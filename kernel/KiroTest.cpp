@@ -831,20 +831,18 @@ int KiroTest::getDotSign_MT(const Point2* a, const Point2* b, const Point2* c, c
   std::lock_guard<std::mutex> lock(mtxIntersection);
   initIntersectionRationals();
   mpq_t* q(aIsQ);
-  mpq_set_d(q[0], b->x());
-  mpq_set_d(q[1], a->x());
-  mpq_sub(q[0], q[0], q[1]);
-  mpq_set_d(q[1], d->x());
-  mpq_set_d(q[2], c->x());
-  mpq_sub(q[1], q[1], q[2]);
-  mpq_mul(q[0], q[0], q[1]);
-  mpq_set_d(q[1], b->y());
-  mpq_set_d(q[2], a->y());
-  mpq_sub(q[1], q[1], q[2]);
-  mpq_set_d(q[2], d->y());
-  mpq_set_d(q[3], c->y());
-  mpq_sub(q[2], q[2], q[3]);
-  mpq_mul(q[1], q[1], q[2]);
+  // out = (b1 - a1) * (d1 - c1), with q[2] and q[3] as temporaries.
+  auto productOfDifferences = [q](mpq_t out, double a1, double b1, double c1, double d1) {
+    mpq_set_d(out, b1);
+    mpq_set_d(q[2], a1);
+    mpq_sub(out, out, q[2]);
+    mpq_set_d(q[2], d1);
+    mpq_set_d(q[3], c1);
+    mpq_sub(q[2], q[2], q[3]);
+    mpq_mul(out, out, q[2]);
+  };
+  productOfDifferences(q[0], a->x(), b->x(), c->x(), d->x());
+  productOfDifferences(q[1], a->y(), b->y(), c->y(), d->y());
   mpq_add(q[0], q[0], q[1]);
   return mpq_sgn(q[0]);
 }

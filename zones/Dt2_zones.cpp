@@ -214,6 +214,13 @@ namespace KIRO_VASK2D {
 
 namespace {
 
+// p lies strictly inside pT, exactly.
+bool isStrictlyInside(KiroTest& kiroTest, Triangle2* pT, const Point2& p) {
+  for (int i = 0; i < 3; ++i)
+    if (kiroTest.getOrientation2(pT, i, &p) != ORIENTATION2_CCW) return false;
+  return true;
+}
+
 // A point strictly inside pT: the barycentre, or for a sliver whose rounded
 // barycentre falls onto or beyond an edge, one of a few other interior
 // combinations of the corners.
@@ -228,9 +235,7 @@ bool findInnerPoint(KiroTest& kiroTest, Triangle2* pT, bool bBarycentreOnly, Poi
     const Point2 p(k == 0 ? pT->getBarycenter()
                           : Point2(aWeights[k - 1][0] * a.x() + aWeights[k - 1][1] * b.x() + aWeights[k - 1][2] * c.x(),
                                    aWeights[k - 1][0] * a.y() + aWeights[k - 1][1] * b.y() + aWeights[k - 1][2] * c.y()));
-    bool bInside(true);
-    for (int i = 0; i < 3 && bInside; ++i) bInside = kiroTest.getOrientation2(pT, i, &p) == ORIENTATION2_CCW;
-    if (bInside) {
+    if (isStrictlyInside(kiroTest, pT, p)) {
       result = p;
       return true;
     }
@@ -262,9 +267,7 @@ bool findGridPoint(KiroTest& kiroTest, Triangle2* pT, Point2& result) {
       for (int j = -3; j <= 3; ++j) {
         const double uu(step(u, j < 0 ? -j : j, j < 0 ? -inf : inf));
         const Point2 p(axis == 0 ? Point2(t, uu) : Point2(uu, t));
-        bool bInside(true);
-        for (int i = 0; i < 3 && bInside; ++i) bInside = kiroTest.getOrientation2(pT, i, &p) == ORIENTATION2_CCW;
-        if (bInside) {
+        if (isStrictlyInside(kiroTest, pT, p)) {
           result = p;
           return true;
         }

@@ -1,59 +1,10 @@
 #include "helpers/ExactOracle.h"
+#include "helpers/Rational.h"
 #include <cmath>
 #include <gmp.h>
 
 namespace vask_test {
-namespace {
-/** One rational with a lifetime; enough arithmetic for the oracle. */
-class Q {
-public:
-  Q() { mpq_init(value); }
-  explicit Q(double d) {
-    mpq_init(value);
-    mpq_set_d(value, d);
-  }
-  Q(const Q& other) {
-    mpq_init(value);
-    mpq_set(value, other.value);
-  }
-  Q& operator=(const Q& other) {
-    mpq_set(value, other.value);
-    return *this;
-  }
-  ~Q() { mpq_clear(value); }
-  friend Q operator+(const Q& a, const Q& b) {
-    Q r;
-    mpq_add(r.value, a.value, b.value);
-    return r;
-  }
-  friend Q operator-(const Q& a, const Q& b) {
-    Q r;
-    mpq_sub(r.value, a.value, b.value);
-    return r;
-  }
-  friend Q operator*(const Q& a, const Q& b) {
-    Q r;
-    mpq_mul(r.value, a.value, b.value);
-    return r;
-  }
-  friend Q operator/(const Q& a, const Q& b) {
-    Q r;
-    mpq_div(r.value, a.value, b.value);
-    return r;
-  }
-  int sign() const { return mpq_sgn(value); }
-  double toDouble() const { return mpq_get_d(value); }
-  Q abs() const {
-    Q r;
-    mpq_abs(r.value, value);
-    return r;
-  }
-  friend int compare(const Q& a, const Q& b) { return mpq_cmp(a.value, b.value); }
-
-private:
-  mpq_t value;
-};
-} // namespace
+typedef Rational Q;
 
 int exactOrientationSign(const KIRO_VASK2D::Point2& p0, const KIRO_VASK2D::Point2& p1, const KIRO_VASK2D::Point2& p2) {
   // Translated to p0 rather than to p2, unlike the library.

@@ -1,4 +1,5 @@
 #include "helpers/ZoneChecker.h"
+#include "helpers/Rational.h"
 #include "ConstraintGraph2.h"
 #include "Triangle2.h"
 #include "Vask_2D.h"
@@ -16,43 +17,7 @@ using KIRO_VASK2D::Triangle2;
 namespace vask_test {
 namespace {
 
-/** A rational with a lifetime and the few operations the checker needs. */
-class Q {
-public:
-  Q() { mpq_init(v); }
-  explicit Q(double d) {
-    mpq_init(v);
-    mpq_set_d(v, d);
-  }
-  Q(const Q& o) {
-    mpq_init(v);
-    mpq_set(v, o.v);
-  }
-  Q& operator=(const Q& o) {
-    mpq_set(v, o.v);
-    return *this;
-  }
-  ~Q() { mpq_clear(v); }
-  friend Q operator+(const Q& a, const Q& b) {
-    Q r;
-    mpq_add(r.v, a.v, b.v);
-    return r;
-  }
-  friend Q operator-(const Q& a, const Q& b) {
-    Q r;
-    mpq_sub(r.v, a.v, b.v);
-    return r;
-  }
-  friend Q operator*(const Q& a, const Q& b) {
-    Q r;
-    mpq_mul(r.v, a.v, b.v);
-    return r;
-  }
-  int sign() const { return mpq_sgn(v); }
-  int cmp(const Q& o) const { return mpq_cmp(v, o.v); }
-  double toDouble() const { return mpq_get_d(v); }
-  mpq_t v;
-};
+typedef Rational Q;
 
 // Sign of the orientation of (u, w, p) with p rational.
 int orientation(const Q& ux, const Q& uy, const Q& wx, const Q& wy, const Q& px, const Q& py) {
@@ -101,22 +66,21 @@ std::vector<QSegment> toQ(const Fence& fence) {
 // left counts +1, a downward one with the point strictly on its right -1;
 // half-open in y, so a vertex at the point's height counts once.
 int windingQ(const Point2& a, const Point2& b, const Point2& c, const std::vector<QSegment>& vSeg, bool& bOnFence) {
-  Q third;
-  mpq_set_ui(third.v, 1, 3);
+  const Q third(Q::fraction(1, 3));
   const Q px((Q(a.x()) + Q(b.x()) + Q(c.x())) * third);
   const Q py((Q(a.y()) + Q(b.y()) + Q(c.y())) * third);
   bOnFence = false;
   int winding(0);
   for (const QSegment& s : vSeg) {
-    const int cu(s.uy.cmp(py)), cw(s.wy.cmp(py));
+    const int cu(compare(s.uy, py)), cw(compare(s.wy, py));
     if ((cu > 0 && cw > 0) || (cu < 0 && cw < 0)) continue;
     const int ori(orientation(s.ux, s.uy, s.wx, s.wy, px, py));
     if (ori == 0) {
       // On the line: on the segment when within its box.
-      const bool bUFirst(s.ux.cmp(s.wx) < 0);
+      const bool bUFirst(compare(s.ux, s.wx) < 0);
       const Q& loX(bUFirst ? s.ux : s.wx);
       const Q& hiX(bUFirst ? s.wx : s.ux);
-      if (px.cmp(loX) >= 0 && px.cmp(hiX) <= 0) bOnFence = true;
+      if (compare(px, loX) >= 0 && compare(px, hiX) <= 0) bOnFence = true;
       continue;
     }
     if (cu <= 0 && cw > 0 && ori > 0) ++winding;
@@ -172,15 +136,12 @@ Q fenceAreaQ(const Fence& fence) {
 } // namespace
 
 int compareAreaWithFence(const std::vector<Triangle2*>& vZone, const Fence& fence) {
-  return doubleAreaQ(vZone).cmp(fenceAreaQ(fence));
+  return compare(doubleAreaQ(vZone), fenceAreaQ(fence));
 }
 namespace {
 double inUnits(const Q& area, double unit) {
-  Q r(area);
   const Q u(unit);
-  mpq_div(r.v, r.v, u.v);
-  mpq_div(r.v, r.v, u.v);
-  return r.toDouble();
+  return (area / u / u).toDouble();
 }
 } // namespace
 double exactDoubleAreaOf(const std::vector<Triangle2*>& vZone, double unit) {

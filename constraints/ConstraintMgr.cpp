@@ -314,8 +314,18 @@ void ConstraintMgr::apply() {
   // Conforming segments closer to each other (or to a vertex) than to their
   // own length need vertices in proportion to that ratio: near-parallel
   // neighbours a few units in the last place apart would fill memory long
-  // before 500 rounds. The vertices this loop may add are bounded as well.
-  const size_t maxNewVertices(std::max<size_t>(2000, 4 * vCSeg.size()));
+  // before 500 rounds. The vertices this loop may add are bounded as well,
+  // by the user's segments: a bound by the alive pieces would let every
+  // repeated call on a set that can't be established add five times as many
+  // vertices as the one before.
+  size_t numRoots(0);
+  std::vector<ConstraintSegment2*> vRoots;
+  for (const ConstraintGraph2* pCG : vConstraintGraphs) {
+    vRoots.clear();
+    pCG->getOriginalConstraintSegments(vRoots);
+    numRoots += vRoots.size();
+  }
+  const size_t maxNewVertices(std::max<size_t>(2000, 4 * numRoots));
   // Vertex slots only grow (the vault's records shrink when it compacts).
   const size_t numVerticesBefore(pDt2->numberOfVertexSlots());
   int iterations(500);

@@ -112,11 +112,22 @@ Point2* ConstraintSegment2::insertAndSplit(const Point2& splitPos) {
     logWarning("ConstraintSegment2::insertAndSplit", "non-finite split position, nothing changed");
     return nullptr;
   }
+  // The chain of the root must run forward: a vertex whose foot lies on or
+  // beyond an end (a rounded midpoint of a segment one subnormal long, a
+  // caller's stray point) would fold the chain back on itself.
+  if (splitPos != *p0 && splitPos != *p1) {
+    KiroTest& predicates(pOwnerDt->getKiroTest());
+    if (predicates.getDotSign_MT(p0, &splitPos, p0, p1) <= 0 || predicates.getDotSign_MT(&splitPos, p1, p0, p1) <= 0) {
+      logWarning("ConstraintSegment2::insertAndSplit",
+                 "The split position does not lie between the ends of the segment, nothing changed");
+      return nullptr;
+    }
+  }
   // Suspended while the vertex goes in: the edge counts as no constraint,
   // so insertion neither splits this segment by itself nor refuses to flip
   // its edge.
   bAlive = false;
-  Point2* pSplit(pOwnerDt->insert(splitPos));
+  Point2* pSplit(pOwnerDt->insert(splitPos, p0));
   VASK_ASSERT(pSplit != 0);
   if (pSplit == p0 || pSplit == p1) {
     logWarning("ConstraintSegment2::insertAndSplit", "Trying to split a Constraint segment at one of its endpoints");

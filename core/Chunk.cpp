@@ -1,4 +1,5 @@
 #include "core/Chunk.h"
+#include "core/StraightWalk.h"
 #include "TriangleAroundVertexIterator.h"
 #include "core/Dt2.h"
 #include "core/EdgeLegality.h"
@@ -398,101 +399,17 @@ Triangle2* Chunk::localInsertVertex(VtxRecIt it, Point2*& pFrom) {
   return pResult;
 }
 
-/* A straight walk along the segment from the vertex pFrom to p: it turns
-   around the start vertex to the triangle whose corner angle holds p, then
-   crosses exactly the edges that the segment crosses. Where the segment
-   runs through a vertex, the walk starts again from that vertex. So every
-   triangle it visits meets the segment: this keeps the walk inside the
-   chunk's extended box, and it ends without any step limit or random
-   choice. All decisions are exact orientations.
-
-   At a triangle entered across edge k, with q its far corner, A = corner
-   k+1 lies left of the direction of travel and B = corner k+2 right of it:
-
-                 q
-                / \          q left of the line: it leaves across edge k+1 (B-q)
-               /   \         q right of the line: across edge k+2 (q-A)
-              A-----B        q on the line: through q
-                 ^
-                 | from pFrom */
+// The straight walk stays inside the chunk's extended box: every triangle
+// it visits meets the segment from pFrom to p, both in the box (checkOwned
+// asserts it), and the fake box around the mesh leaves no hull to walk out of.
 int Chunk::locateInsideConflictT(const Point2& p, Point2* pFrom, Triangle2*& pT, int& edgeIdx) {
   VASK_ASSERT(pFrom != 0 && "pStartTriangle!=0");
-  Point2* v(pFrom);
-  Triangle2* pCur(v->getIncidentTriangle());
-  VASK_ASSERT(pCur != NULL);
-  edgeIdx = -1;
-  for (;;) {
-    pT = pCur;
-    if (p == *v) return 4;
-    // Turn around v until p lies in the closed angle (a, v, b).
-    int i(pCur->getIntraTriangleIndex(v));
-    Orientation2 oa(ORIENTATION2_COLLINEAR), ob(ORIENTATION2_COLLINEAR);
-    for (size_t numTurns = 0;; ++numTurns) {
-      checkOwned(pCur, 3);
-      VASK_ASSERT(numTurns < 100000000);
-      const Point2* a(pCur->getCorner(incIndexBy1(i)));
-      const Point2* b(pCur->getCorner(incIndexBy2(i)));
-      ob = predicates().getOrientation2(v, b, &p);
-      int across(-1);
-      if (ob == ORIENTATION2_CCW) {
-        across = incIndexBy1(i); // the edge v-b: turn counter-clockwise
-      } else {
-        oa = predicates().getOrientation2(v, a, &p);
-        if (oa == ORIENTATION2_CW) across = incIndexBy2(i); // the edge v-a: turn clockwise
-      }
-      if (across < 0) break;
-      Triangle2* pNeig(pCur->getOppositeTriangle(across));
-      VASK_ASSERT(pNeig != 0 && "pStartTriangle->getOppositeTriangle(ith)!=0");
-      pCur = pNeig;
-      i = pCur->getIntraTriangleIndex(v);
-    }
-    pT = pCur;
-    const Orientation2 oFar(predicates().getOrientation2(pCur, i, &p));
-    // p on the ray from v through a (oa collinear, ob clockwise) or through b.
-    if (oa == ORIENTATION2_COLLINEAR || ob == ORIENTATION2_COLLINEAR) {
-      const bool bRayA(oa == ORIENTATION2_COLLINEAR);
-      if (oFar == ORIENTATION2_CCW) {
-        edgeIdx = bRayA ? incIndexBy2(i) : incIndexBy1(i); // between v and the corner
-        return -1;
-      }
-      if (oFar == ORIENTATION2_COLLINEAR) return 4; // p is that corner
-      v = pCur->getCorner(bRayA ? incIndexBy1(i) : incIndexBy2(i));
-      continue;
-    }
-    if (oFar == ORIENTATION2_CCW) return -1;
-    if (oFar == ORIENTATION2_COLLINEAR) {
-      edgeIdx = i;
-      return -1;
-    }
-    // The segment leaves across the edge a-b, strictly between a and b.
-    int exitIdx(i);
-    bool bRestart(false);
-    while (!bRestart) {
-      Triangle2* pNeig(pCur->getOppositeTriangle(exitIdx));
-      VASK_ASSERT(pNeig != 0 && "tmpTriangle!=0");
-      const int k(pNeig->getIntraTriangleIndex(pCur));
-      pCur = pNeig;
-      pT = pCur;
-      checkOwned(pCur, 3);
-      Point2* q(pCur->getCorner(k));
-      const Orientation2 oq(predicates().getOrientation2(v, &p, q));
-      if (oq == ORIENTATION2_COLLINEAR) {
-        const Orientation2 o1(predicates().getOrientation2(pCur, incIndexBy1(k), &p));
-        if (o1 == ORIENTATION2_CCW) return -1;        // before q: strictly inside
-        if (o1 == ORIENTATION2_COLLINEAR) return 4;   // p is q
-        v = q;                                        // beyond q: start again there
-        bRestart = true;
-        continue;
-      }
-      exitIdx = (oq == ORIENTATION2_CCW) ? incIndexBy1(k) : incIndexBy2(k);
-      const Orientation2 o(predicates().getOrientation2(pCur, exitIdx, &p));
-      if (o == ORIENTATION2_CCW) return -1;
-      if (o == ORIENTATION2_COLLINEAR) {
-        edgeIdx = exitIdx;
-        return -1;
-      }
-    }
-  }
+  pT = pFrom->getIncidentTriangle();
+  VASK_ASSERT(pT != NULL);
+  const StraightWalkEnd end(walkStraight(predicates(), p, pT, pT->getIntraTriangleIndex(pFrom), edgeIdx,
+                                         [this](const Triangle2* pVisited) { checkOwned(pVisited, 3); }));
+  VASK_ASSERT((end == SWE_INSIDE || end == SWE_VERTEX) && "tmpTriangle!=0");
+  return end == SWE_VERTEX ? 4 : -1;
 }
 
 Triangle2* Chunk::localCreateTriangle(Point2* p0, Point2* p1, Point2* p2) {

@@ -169,12 +169,21 @@ public:
 
   // -------------------------------------------------------------------------
   // Single-point insertion (Dt2_insert.cpp)
-  Point2* insert(const Point2& p);
+  /** pNear, if given, is a vertex of the mesh near p where the walk starts
+   * (a segment's end for a split on it). */
+  Point2* insert(const Point2& p, const Point2* pNear = nullptr);
   Triangle2* insertVertex(Point2* pVtx, Triangle2* pStart);
   /** The second half of insertVertex: pT, state and edgeIdx come from
    * locateConflictTriangle for pVtx's coordinates. */
   Triangle2* insertLocated(Point2* pVtx, Triangle2* pT, LocateResult state, int edgeIdx);
   LocateResult locateConflictTriangle(const Point2& p, Triangle2*& pT, int& edgeIdx);
+  /** The straight walk from corner 0 of pT, then the classification of
+   * locateConflictTriangle: for walks that took too many steps. */
+  LocateResult locateStraight(const Point2& p, Triangle2*& pT, int& edgeIdx);
+  /** A visibility walk longer than this hands over to the straight walk; in
+   * a Delaunay mesh walks this long are rare and the straight walk is no
+   * slower there. */
+  static const unsigned MAX_VISIBILITY_STEPS = 2000;
   Triangle2* triangulateCoplanarOrDuplicate(Point2* pVtx, Triangle2* pT, LocateResult state);
   Triangle2* initVCheckT13(Triangle2* pT, Point2* pVtx);
   Triangle2* initVCheckT24(Triangle2* pT, Point2* pVtx, int ith);

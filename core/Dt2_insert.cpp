@@ -4,6 +4,7 @@
 // that ends the collinear state.
 #include "core/Dt2.h"
 #include "core/PoolIndex.h"
+#include "core/StraightWalk.h"
 #include "TriangleAroundVertexIterator.h"
 #include "support/Histogram.h"
 #include "support/Log.h"
@@ -14,7 +15,6 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
-#include <cstdlib>
 #include <iostream>
 #include <new>
 #include <set>
@@ -29,7 +29,7 @@ namespace KIRO_VASK2D {
 // Nothing is allocated for a duplicate: in the collinear state a hash of
 // the coordinates finds it, otherwise the walk does, before the vertex and
 // its record are taken.
-Point2* Dt2::insert(const Point2& p) {
+Point2* Dt2::insert(const Point2& p, const Point2* pNear) {
   if (addToBox(p)) growBox();
   if (!*pBFullDimensional) {
     pLastVertex = nullptr;
@@ -47,7 +47,8 @@ Point2* Dt2::insert(const Point2& p) {
     return pVtx;
   }
   const uint32_t idx(getHilbertIndex(p.x(), p.y()));
-  Triangle2* pT(walkStart(p, idx));
+  Triangle2* pT(pNear != nullptr && pNear->getIncidentTriangle() != nullptr ? pNear->getIncidentTriangle()
+                                                                              : walkStart(p, idx));
   int edgeIdx(-1);
   const LocateResult state(locateConflictTriangle(p, pT, edgeIdx));
   if (state == LR_VERTEX) {
@@ -132,23 +133,19 @@ LocateResult Dt2::locateConflictTriangle(const Point2& p, Triangle2*& pT, int& e
       pT = pNeig;
       // The entry edge k is not tested again: p lies strictly inside of it.
       // Alternating the order of the two others keeps the walk from always
-      // favouring one side; after 1000 steps a random order breaks any cycle.
-      if (++numSteps <= 1000) {
-        order[0] = k;
-        if (i == 1) {
-          order[1] = incIndexBy2(k);
-          order[2] = incIndexBy1(k);
-        } else {
-          order[1] = incIndexBy1(k);
-          order[2] = incIndexBy2(k);
-        }
-        i = 1;
+      // favouring one side. Outside Delaunay meshes (constraints) a
+      // visibility walk can cycle; after enough steps the straight walk,
+      // which always ends, takes over.
+      if (++numSteps > MAX_VISIBILITY_STEPS) return locateStraight(p, pT, edgeIdx);
+      order[0] = k;
+      if (i == 1) {
+        order[1] = incIndexBy2(k);
+        order[2] = incIndexBy1(k);
       } else {
-        order[0] = rand() % 3;
-        order[1] = incIndexBy1(order[0]);
-        order[2] = incIndexBy2(order[0]);
-        i = 0;
+        order[1] = incIndexBy1(k);
+        order[2] = incIndexBy2(k);
       }
+      i = 1;
       continue;
     }
     if (p == *pT->getCorner(0) || p == *pT->getCorner(1) || p == *pT->getCorner(2)) {
@@ -163,6 +160,17 @@ LocateResult Dt2::locateConflictTriangle(const Point2& p, Triangle2*& pT, int& e
     return hullStep(p, pT, e);
   }
   return LR_INSIDE;
+}
+
+// The straight walk ends in a triangle that holds p, where the visibility
+// walk classifies p without leaving it, or beyond a hull edge.
+LocateResult Dt2::locateStraight(const Point2& p, Triangle2*& pT, int& edgeIdx) {
+  const StraightWalkEnd end(walkStraight(kiroTest, p, pT, 0, edgeIdx, [](const Triangle2*) {}));
+  if (end == SWE_HULL0 || end == SWE_HULL1 || end == SWE_HULL2) {
+    edgeIdx = -1;
+    return static_cast<LocateResult>(end);
+  }
+  return locateConflictTriangle(p, pT, edgeIdx);
 }
 
 // p is collinear with the hull edge e of pT and differs from its corners:

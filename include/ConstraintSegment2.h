@@ -62,7 +62,8 @@ public:
   /** Splits with geometry: the point goes into the mesh (snapped to a
    * vertex already there), the segment dies with two children that are
    * established at once, and flips restore the empty-circle property around
-   * the vertex. A position that snaps to an end point warns and returns null
+   * the vertex. A position that snaps to an end point, or whose foot on the
+   * segment's line is not strictly between the ends, warns and returns null
    * with nothing changed. Throws VaskException for a segment that is not
    * alive or has no owner. */
   Point2* insertAndSplit(const Point2& splitPos);

@@ -522,3 +522,36 @@ TEST(ConstraintBadInput, UlpShortConformingPiecesWarnAndLeaveTheMeshValid) {
   EXPECT_GT(c.numShortPiecesMissing, 0u);
   EXPECT_NE(out.find("Double precision arithmetic does not allow to split a segment further"), std::string::npos);
 }
+
+// Overlapping conforming segments on a line of non-representable slope can't
+// all stand: every apply stops at its vertex budget, which the user's
+// segments set. Calling apply again adds at most one more budget, never a
+// multiple of what the calls before made.
+TEST(ConstraintBadInput, RepeatedAppliesOfAnUnestablishableSetGrowTheMeshLinearly) {
+  const double c[] = {-0.85871246092896092, -0.085871246092896092, -0.88834126129409263, -0.088834126129409274,
+                      -0.85871246092896092, -0.085871246092896092, 1.9694289767895188,   0.1969428976789519,
+                      -0.9052337651358876,  -0.090523376513588771, 2.4219874604113669,   0.24219874604113673,
+                      0.55535825793027893,  0.055535825793027897,  -2.2885937474505074,  -0.22885937474505075,
+                      0.75837684763773971,  0.075837684763773977,  -2.5688443779095147,  -0.25688443779095149};
+  Segments vSeg;
+  for (int i = 0; i < 20; i += 4) vSeg.push_back(Segment2(Point2(c[i], c[i + 1]), Point2(c[i + 2], c[i + 3])));
+  Vask_2D dt;
+  ConstraintGraph2* pCG(dt.createConstraint(vSeg, CIS_CONFORMING_DELAUNAY));
+  ASSERT_NE(pCG, nullptr);
+  testing::internal::CaptureStdout();
+  std::vector<unsigned> vCounts;
+  for (int k = 0; k < 4; ++k) {
+    dt.applyConstraintsAndZones();
+    vCounts.push_back(dt.numberOfPoints());
+  }
+  const std::string out(testing::internal::GetCapturedStdout());
+  EXPECT_NE(out.find("insufficient numeric accuracy"), std::string::npos);
+  for (int k = 1; k < 4; ++k) EXPECT_LE(vCounts[k] - vCounts[k - 1], 2100u) << "apply " << k;
+  // Standing pieces of a set cut short may be non-Delaunay: their edges hold.
+  vask_test::ValidateOptions options;
+  options.isConstraint = [&dt](const Point2* a, const Point2* b) {
+    return dt.isConstraint(const_cast<Point2*>(a), const_cast<Point2*>(b));
+  };
+  const vask_test::Validation v(vask_test::validate(dt, options));
+  EXPECT_TRUE(v.ok) << v.firstError << ", " << v.numErrors << " errors";
+}

@@ -3,10 +3,13 @@
 // small services.
 #include "Vask_2D.h"
 #include "core/Dt2.h"
+#include "core/StraightWalk.h"
+#include "helpers/ExactOracle.h"
 #include "helpers/TestHelpers.h"
 #include "support/Histogram.h"
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <random>
 #include <sstream>
 #include <thread>
 
@@ -47,6 +50,81 @@ TEST(Queries, LocateFindsTheContainingTriangleOrNull) {
     Triangle2* pT(square.locate(q));
     ASSERT_NE(pT, nullptr) << q;
     EXPECT_TRUE(triangleContains(pT, q)) << q;
+  }
+}
+
+// Where a walk ended, judged exactly: p equals a corner, lies in the closed
+// triangle (on the named inner edge, or strictly inside), or on or beyond
+// the named hull edge.
+::testing::AssertionResult isRightEnd(const Triangle2* pT, LocateResult r, int edgeIdx, const Point2& p) {
+  auto side = [&](int e) { return vask_test::exactOrientation(*pT->getCorner((e + 1) % 3), *pT->getCorner((e + 2) % 3), p); };
+  if (r == LR_VERTEX) {
+    for (int i = 0; i < 3; ++i)
+      if (*pT->getCorner(i) == p) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "no corner is " << p;
+  }
+  if (isHullResult(r)) {
+    if (pT->getOppositeTriangle(r) != nullptr || side(r) > 0) return ::testing::AssertionFailure() << "hull " << r;
+    return ::testing::AssertionSuccess();
+  }
+  for (int e = 0; e < 3; ++e) {
+    const int s(side(e));
+    if (s < 0 || (s == 0) != (e == edgeIdx)) return ::testing::AssertionFailure() << "edge " << e << " side " << s;
+  }
+  if (edgeIdx >= 0 && pT->getOppositeTriangle(edgeIdx) == nullptr) return ::testing::AssertionFailure() << "hull edge";
+  return ::testing::AssertionSuccess();
+}
+
+// The straight walk, which takes over from long visibility walks, ends right
+// from any start in a constrained (non-Delaunay) mesh: for corners, points on
+// edges, inner points and points outside the hull, also on its lines.
+TEST(Queries, StraightWalksEndRightFromAnyStartInConstrainedMeshes) {
+  Vask_2D dt;
+  std::vector<Point2> vGrid;
+  for (int i = 0; i < 25; ++i)
+    for (int j = 0; j < 25; ++j) vGrid.push_back(Point2(2.0 * i, 2.0 * j));
+  dt.insert(vGrid);
+  std::mt19937_64 gen(11);
+  std::vector<Segment2> vSeg;
+  for (int k = 0; k < 30; ++k) {
+    const Point2 a(vask_test::uniform(gen, 0, 48), vask_test::uniform(gen, 0, 48));
+    const Point2 b(vask_test::uniform(gen, 0, 48), vask_test::uniform(gen, 0, 48));
+    vSeg.push_back(Segment2(a, b));
+  }
+  ASSERT_NE(dt.createConstraint(vSeg, CIS_CONSTRAINED_DELAUNAY), nullptr);
+  std::vector<Triangle2*> vT;
+  dt.getTrianglePointers(vT);
+  std::vector<Point2> vQuery;
+  for (const Triangle2* pT : vT)
+    for (int i = 0; i < 3; ++i) {
+      const Point2 &a(*pT->getCorner(i)), &b(*pT->getCorner((i + 1) % 3));
+      vQuery.push_back(a);
+      vQuery.push_back(Point2(a.x() / 2 + b.x() / 2, a.y() / 2 + b.y() / 2));
+    }
+  for (int k = 0; k < 300; ++k) vQuery.push_back(Point2(vask_test::uniform(gen, -20, 70), vask_test::uniform(gen, -20, 70)));
+  for (double t : {-3.0, 17.0, 50.0, 60.0}) {
+    vQuery.push_back(Point2(t, 0.0));
+    vQuery.push_back(Point2(48.0, t));
+  }
+  Dt2* pDt2(dt.getImpl());
+  for (std::size_t k = 0; k < vQuery.size(); ++k) {
+    const Point2& p(vQuery[k]);
+    Triangle2* pStart(vT[gen() % vT.size()]);
+    Triangle2* pT(pStart);
+    int edgeIdx(-1);
+    const StraightWalkEnd end(walkStraight(pDt2->getKiroTest(), p, pT, static_cast<int>(gen() % 3), edgeIdx,
+                                           [](const Triangle2*) {}));
+    // The walk's own ends are strict beyond the hull; on a hull edge it ends
+    // inside with that edge named.
+    if (end == SWE_INSIDE && edgeIdx >= 0 && pT->getOppositeTriangle(edgeIdx) == nullptr)
+      ASSERT_EQ(vask_test::exactOrientation(*pT->getCorner((edgeIdx + 1) % 3), *pT->getCorner((edgeIdx + 2) % 3), p), 0);
+    else if (end == SWE_INSIDE || end == SWE_VERTEX)
+      ASSERT_TRUE(isRightEnd(pT, end == SWE_VERTEX ? LR_VERTEX : LR_INSIDE, edgeIdx, p)) << p;
+    else
+      ASSERT_LT(vask_test::exactOrientation(*pT->getCorner((end + 1) % 3), *pT->getCorner((end + 2) % 3), p), 0) << p;
+    pT = pStart;
+    const LocateResult r(pDt2->locateStraight(p, pT, edgeIdx));
+    ASSERT_TRUE(isRightEnd(pT, r, edgeIdx, p)) << p;
   }
 }
 

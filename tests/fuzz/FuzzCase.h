@@ -73,9 +73,10 @@ struct Outcome {
  * VaskException or other exception is a failure too. onStep, if given, is
  * called after each checked step; onLibrary, if given, with true before
  * each operation and false after it, so that a caller can time the library
- * apart from the checks. */
+ * apart from the checks. With bCheckLastOnly the exact checks run after the
+ * last operation only (a quick look at a long case). */
 Outcome runCase(const Case& c, const std::function<void(std::size_t)>& onStep = nullptr,
-                const std::function<void(bool)>& onLibrary = nullptr);
+                const std::function<void(bool)>& onLibrary = nullptr, bool bCheckLastOnly = false);
 
 /** The text form: comment lines start with '#', then one operation a line. */
 std::string toText(const Case& c, const std::vector<std::string>& vComments);

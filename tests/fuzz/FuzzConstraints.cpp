@@ -229,8 +229,11 @@ void split(Replay& r, const Op& op) {
   }
   r.bConformingDirty = true;
   if (pVtx == nullptr) {
-    // Refused: the position is (or rounds to) an end of the segment.
-    if (pos != *pCSeg->getSrc() && pos != *pCSeg->getTrg()) r.fail("a split away from the ends was refused");
+    // Refused: the position is an end of the segment, or its foot is not
+    // strictly between the ends (a halving that underflowed).
+    const Point2 &a(*pCSeg->getSrc()), &b(*pCSeg->getTrg());
+    if (pos != a && pos != b && vask_test::exactDotSign(a, pos, a, b) > 0 && vask_test::exactDotSign(pos, b, a, b) > 0)
+      r.fail("a split between the ends was refused");
     const Snapshot after(snapshot(r.dt));
     if (after.vT != before.vT || after.vV != before.vV || !(SegmentCounts(r.dt) == countsBefore) ||
         !pCSeg->isAlive())

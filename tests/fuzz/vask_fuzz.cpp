@@ -52,6 +52,7 @@ struct Options {
   double report = 60;
   std::string outDir = ".";
   std::string replay;
+  bool bCheckLastOnly = false; // replay: exact checks after the last operation only
   std::uint64_t caseSeed = 0; // with one family: run that one case only
   bool bCaseSeed = false;
   double constraintRate = 0.5; // share of cases with constraint operations
@@ -340,7 +341,7 @@ std::string writeFailure(const Options& opt, const Case& c, const Outcome& o, st
 
 void usage() {
   std::fprintf(stderr, "usage: vask_fuzz [--seconds S] [--cases N] [--seed S] [--families a,b] [--max-points M]\n"
-                       "                 [--timeout T] [--out DIR] [--report R] [--shrink-seconds S] [--replay FILE]\n"
+                       "                 [--timeout T] [--out DIR] [--report R] [--shrink-seconds S] [--replay FILE [--check-last]]\n"
                        "                 [--case-seed S --families F] [--constraint-rate R]\n");
   std::exit(2);
 }
@@ -390,6 +391,10 @@ int main(int argc, char** argv) {
   Options opt;
   for (int i = 1; i < argc; ++i) {
     const std::string a(argv[i]);
+    if (a == "--check-last") {
+      opt.bCheckLastOnly = true;
+      continue;
+    }
     if (i + 1 >= argc) usage();
     const std::string v(argv[++i]);
     if (a == "--seconds") opt.seconds = std::atof(v.c_str());
@@ -437,7 +442,7 @@ int main(int argc, char** argv) {
         const timespec t1(cpuNow());
         libSeconds += static_cast<double>(t1.tv_sec - t0.tv_sec) + 1e-9 * static_cast<double>(t1.tv_nsec - t0.tv_nsec);
       }
-    }));
+    }, opt.bCheckLastOnly));
     std::printf("%s: %s after %zu of %zu operations%s%s (operations %.2f s of processor time)\n", opt.replay.c_str(),
                 o.ok ? "valid" : "FAILED", o.numSteps, c.vOps.size(), o.ok ? "" : ": ", o.message.c_str(), libSeconds);
     return o.ok ? 0 : 1;

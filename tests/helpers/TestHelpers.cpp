@@ -347,48 +347,56 @@ Validation validate(const std::vector<Triangle2*>& vT, const std::vector<Point2*
     if (exactOrientation(*vLoop[i], *vLoop[(i + 1) % vLoop.size()], *vLoop[(i + 2) % vLoop.size()]) < 0)
       v.fail("boundary is not convex");
 
-  // Areas: triangles, boundary loop and the hull of the vertices; exact for
-  // small meshes, compensated long double sums with a relative tolerance for
+  // Areas: the boundary loop against the hull of the vertices, exactly (two
+  // polygons of hull size: a rounded sum cancels to noise when the points
+  // are nearly collinear); the triangles against the loop, exactly for small
+  // meshes, as a compensated long double sum with a relative tolerance for
   // large ones (the exact sum of millions of rationals takes too long).
   std::vector<const Point2*> vAll(sCorners.begin(), sCorners.end());
   for (const Point2* pVtx : vVertices) vAll.push_back(pVtx);
   const std::vector<const Point2*> vHull(convexHull(vAll));
+  mpz_t sum, area, tmp;
+  mpz_init(sum); mpz_init(area); mpz_init(tmp);
+  addPolygonArea2(vLoop, area, tmp);
+  addPolygonArea2(vHull, sum, tmp);
+  if (mpz_cmp(sum, area) != 0) v.fail("boundary area differs from the convex hull's area");
   if (vT.size() <= 100000) {
-    mpz_t sum, area, tmp;
-    mpz_init(sum); mpz_init(area); mpz_init(tmp);
+    mpz_set_ui(sum, 0);
     std::vector<const Point2*> vTri(3);
     for (const Triangle2* pT : vT) {
       for (int i = 0; i < 3; ++i) vTri[i] = pT->getCorner(i);
       addPolygonArea2(vTri, sum, tmp);
     }
-    addPolygonArea2(vLoop, area, tmp);
     if (mpz_cmp(sum, area) != 0) v.fail("triangle areas differ from the boundary's area");
-    mpz_set_ui(sum, 0);
-    addPolygonArea2(vHull, sum, tmp);
-    if (mpz_cmp(sum, area) != 0) v.fail("boundary area differs from the convex hull's area");
-    mpz_clear(sum); mpz_clear(area); mpz_clear(tmp);
   } else {
-    auto area2 = [](const std::vector<const Point2*>& vPoly) {
+    // Each polygon's terms relative to its first corner: products of small
+    // differences, so nearly collinear points don't cancel the sum to noise.
+    // magnitude bounds the rounding of the products.
+    long double magnitude(0.0L);
+    auto area2 = [&magnitude](const std::vector<const Point2*>& vPoly) {
       long double s(0.0L);
-      for (std::size_t i = 0; i < vPoly.size(); ++i) {
-        const Point2* p(vPoly[i]);
-        const Point2* q(vPoly[(i + 1) % vPoly.size()]);
-        s += static_cast<long double>(p->x()) * q->y() - static_cast<long double>(q->x()) * p->y();
+      const long double x0(vPoly[0]->x()), y0(vPoly[0]->y());
+      for (std::size_t i = 1; i + 1 < vPoly.size(); ++i) {
+        const long double ax(vPoly[i]->x() - x0), ay(vPoly[i]->y() - y0);
+        const long double bx(vPoly[i + 1]->x() - x0), by(vPoly[i + 1]->y() - y0);
+        s += ax * by - bx * ay;
+        magnitude += std::fabs(ax * by) + std::fabs(bx * ay);
       }
       return s;
     };
-    long double sum(0.0L), scale(0.0L);
+    long double triangles(0.0L), scale(0.0L);
     std::vector<const Point2*> vTri(3);
     for (const Triangle2* pT : vT) {
       for (int i = 0; i < 3; ++i) vTri[i] = pT->getCorner(i);
       const long double a(area2(vTri));
-      sum += a;
+      triangles += a;
       scale += std::fabs(a);
     }
-    const long double loop(area2(vLoop)), hull(area2(vHull));
-    if (std::fabs(sum - loop) > 1e-9L * scale) v.fail("triangle areas differ from the boundary's area");
-    if (std::fabs(hull - loop) > 1e-12L * std::fabs(hull)) v.fail("boundary area differs from the convex hull's area");
+    const long double loop(area2(vLoop));
+    if (std::fabs(triangles - loop) > 1e-9L * scale + 1e-15L * magnitude)
+      v.fail("triangle areas differ from the boundary's area");
   }
+  mpz_clear(sum); mpz_clear(area); mpz_clear(tmp);
 
   if (bEmptyCircle) {
     const std::size_t stride(numInnerEdges <= maxEmptyCircleTests ? 1 : numInnerEdges / maxEmptyCircleTests + 1);

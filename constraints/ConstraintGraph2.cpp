@@ -362,9 +362,17 @@ bool ConstraintGraph2::makeDelaunay(double minLength) {
   const double sqMin(minLength * minLength);
   const double tMargin(1e-9);
   KiroTest& kiroTest(pDt2->getKiroTest());
+  // Segments a distance d apart along a stretch of length L need about L/d
+  // pieces to stand Delaunay: without a minimum length, nearly parallel
+  // segments 1e-300 apart would never be done. The splits are bounded by
+  // the mesh and the segments (a segment through a point cloud needs about
+  // as many pieces as it passes points).
+  std::vector<ConstraintSegment2*> vWork;
+  getChildConstraintSegments(vWork);
+  const size_t maxSplits(std::max<size_t>(4096, pDt2->numberOfPoints() + 16 * vWork.size()));
+  size_t numSplits(0);
   for (;;) {
     bool bChanged(false);
-    std::vector<ConstraintSegment2*> vWork;
     getChildConstraintSegments(vWork);
     while (!vWork.empty()) {
       ConstraintSegment2* pCSeg(vWork.back());
@@ -402,7 +410,13 @@ bool ConstraintGraph2::makeDelaunay(double minLength) {
         }
         if (0.01 > r) splitPos = Point2(p0->x() + t * (p1->x() - p0->x()), p0->y() + t * (p1->y() - p0->y()));
       }
+      if (numSplits == maxSplits) {
+        logWarning("ConstraintGraph2::makeDelaunay()",
+                   "split limit reached, some segments stay non-Delaunay (segments nearly touching need a minLength)");
+        return false;
+      }
       if (pCSeg->insertAndSplit(splitPos) != nullptr) {
+        ++numSplits;
         bChanged = true;
         VASK_ASSERT(!pCSeg->isAlive());
         vWork.insert(vWork.end(), pCSeg->aChildren, pCSeg->aChildren + 2);

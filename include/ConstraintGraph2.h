@@ -62,7 +62,10 @@ public:
   /** Splits alive segments that are not Delaunay edges (their opposite
    * corner lies inside the other triangle's circle) until all are, near
    * corners onto those corners. Segments shorter than minLength stay as they
-   * are; true when none had to. */
+   * are; true when none had to. The splits are bounded (4096, or the
+   * vertices plus 16 per segment): segments nearly touching along a long
+   * stretch would need more pieces than memory holds, so past the bound it
+   * warns and returns false. */
   bool makeDelaunay(double minLength);
   /** Draws every pair of getPolygonVertices as a red segment into a new
    * PostScript file. */

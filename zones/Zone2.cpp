@@ -110,6 +110,12 @@ void Zone2::getTriangles(std::vector<Triangle2*>& vTrianglesOut) const {
     logWarning("Zone2::getTriangles()", "The triangulation has no area yet");
     return;
   }
+  if (zoneLoc >= ZL_RESULT_UNION && zoneLoc <= ZL_RESULT_SYM_DIFFERENCE) {
+    // Nobody reads the result's marks here: its inputs keep their own.
+    ZoneAlgebra algebra(pDt2);
+    algebra.evaluate(this, vTrianglesOut, nullptr);
+    return;
+  }
   ZoneFlood flood(pDt2);
   collectTriangles(vTrianglesOut, &flood);
 }
@@ -166,7 +172,7 @@ void Zone2::collectTriangles(std::vector<Triangle2*>& vOut, ZoneFlood* pFlood) c
     case ZL_RESULT_DIFFERENCE:
     case ZL_RESULT_SYM_DIFFERENCE: {
       ZoneAlgebra algebra(pDt2);
-      algebra.evaluate(this, vOut, *pFlood);
+      algebra.evaluate(this, vOut, pFlood);
       return;
     }
     default:

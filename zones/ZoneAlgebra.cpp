@@ -57,7 +57,7 @@ bool ZoneAlgebra::buildOrder(const Zone2* pRoot, std::vector<size_t>& vOrder) {
   return true;
 }
 
-void ZoneAlgebra::evaluate(const Zone2* pRoot, std::vector<Triangle2*>& vOut, ZoneFlood& rootMarks) {
+void ZoneAlgebra::evaluate(const Zone2* pRoot, std::vector<Triangle2*>& vOut, ZoneFlood* pRootMarks) {
   std::vector<size_t> vOrder;
   if (!buildOrder(pRoot, vOrder)) {
     logWarning("Zone2::getTriangles()", "The zone reads itself through its input zones, no triangles");
@@ -66,7 +66,7 @@ void ZoneAlgebra::evaluate(const Zone2* pRoot, std::vector<Triangle2*>& vOut, Zo
   for (size_t k : vOrder) {
     Node& node(vNodes[k]);
     if (node.pZone == pRoot) {
-      node.pMarks = &rootMarks;
+      node.pMarks = pRootMarks;
     } else {
       node.pOwnMarks.reset(new ZoneFlood(pDt2));
       node.pMarks = node.pOwnMarks.get();
@@ -87,14 +87,16 @@ void ZoneAlgebra::evaluate(const Zone2* pRoot, std::vector<Triangle2*>& vOut, Zo
 }
 
 // Both inputs hold each triangle once, so every output does too.
-void ZoneAlgebra::combine(Node& node, const Node& in0, const Node& in1) {
+void ZoneAlgebra::combine(Node& node, Node& in0, const Node& in1) {
   std::vector<Triangle2*>& vT(node.vT);
   const ZoneFlood& marks0(*in0.pMarks);
   const ZoneFlood& marks1(*in1.pMarks);
   switch (node.pZone->getZoneLocation()) {
     case ZL_RESULT_UNION:
-      vT.reserve(in0.vT.size() + in1.vT.size());
-      vT = in0.vT;
+      // The first list, moved when this is its last reader (its marks stay).
+      if (in0.numReadersLeft == 1 && &in0 != &in1) vT.swap(in0.vT);
+      else vT = in0.vT;
+      vT.reserve(vT.size() + in1.vT.size());
       for (Triangle2* pT : in1.vT)
         if (!marks0.isVisited(pT)) vT.push_back(pT);
       break;
@@ -121,7 +123,7 @@ void ZoneAlgebra::combine(Node& node, const Node& in0, const Node& in1) {
       logWarning("Zone2::getTriangles_RESULT", "Unexpected value");
       VASK_ASSERT(false);
   }
-  node.pMarks->markAll(vT);
+  if (node.pMarks != nullptr) node.pMarks->markAll(vT);
 }
 
 void ZoneAlgebra::release(Node& node) {

@@ -26,16 +26,16 @@ public:
   ZoneAlgebra& operator=(const ZoneAlgebra&) = delete;
 
   /** Appends the triangles of the result zone pRoot to vOut, each once, and
-   * marks them in rootMarks. A recipe that reads itself (possible only by
+   * marks them in pRootMarks unless it is null. A recipe that reads itself (possible only by
    * assigning a result to one of its own inputs) gives nothing, with a
    * warning. */
-  void evaluate(const Zone2* pRoot, std::vector<Triangle2*>& vOut, ZoneFlood& rootMarks);
+  void evaluate(const Zone2* pRoot, std::vector<Triangle2*>& vOut, ZoneFlood* pRootMarks);
 
 private:
   struct Node {
     const Zone2* pZone;
     std::unique_ptr<ZoneFlood> pOwnMarks; // null for the root, which uses the caller's
-    ZoneFlood* pMarks;
+    ZoneFlood* pMarks;                    // null only for a root whose caller needs no marks
     std::vector<Triangle2*> vT;
     size_t numReadersLeft; // readers not yet evaluated: at 0 the list and marks go
     bool bExpanded;
@@ -43,7 +43,7 @@ private:
   };
   size_t nodeOf(const Zone2* pZone);
   bool buildOrder(const Zone2* pRoot, std::vector<size_t>& vOrder);
-  void combine(Node& node, const Node& in0, const Node& in1);
+  void combine(Node& node, Node& in0, const Node& in1);
   void release(Node& node);
 
   Dt2* pDt2;

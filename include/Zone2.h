@@ -121,6 +121,9 @@ private:
   friend class Dt2;        // sets the inputs of a result zone
   friend class ZoneAlgebra; // evaluates the inputs of a result zone
   void collectTriangles(std::vector<Triangle2*>& vOut, ZoneFlood* pFlood) const;
+  /** collectTriangles with the caller's marks; false, with a warning under
+   * tag, when the triangulation has no area. */
+  bool collectMarked(const char* tag, ZoneFlood& marks, std::vector<Triangle2*>& vT) const;
   void initWorkspace(bool bInside, ZoneFlood& flood, std::vector<Triangle2*>& vWorkspace) const;
   void collectBorder(std::vector<Edge2>& vEdges) const;
 

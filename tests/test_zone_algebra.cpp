@@ -58,15 +58,8 @@ std::vector<Segment2> ring(const std::vector<Point2>& v) {
   return s;
 }
 
-std::string captured(const std::function<void()>& f) {
-  testing::internal::CaptureStdout();
-  f();
-  return testing::internal::GetCapturedStdout();
-}
-
-bool says(const std::string& out, const std::string& tag, const std::string& text) {
-  return out.find(tag + ", WARNING: " + text) != std::string::npos;
-}
+using vask_test::captured;
+using vask_test::says;
 
 // Two overlapping counter-clockwise polygons in the unit square mapped by
 // scale; the second is not convex, so the intersection has two pieces.

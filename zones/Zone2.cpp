@@ -216,14 +216,19 @@ Bbox2 Zone2::getBoundingBox() const {
   return box;
 }
 
-void Zone2::collectBorder(std::vector<Edge2>& vEdges) const {
+bool Zone2::collectMarked(const char* tag, ZoneFlood& marks, std::vector<Triangle2*>& vT) const {
   if (!pDt2->hasArea()) {
-    logWarning("Zone2::getTriangles()", "The triangulation has no area yet");
-    return;
+    logWarning(tag, "The triangulation has no area yet");
+    return false;
   }
+  collectTriangles(vT, &marks);
+  return true;
+}
+
+void Zone2::collectBorder(std::vector<Edge2>& vEdges) const {
   ZoneFlood flood(pDt2);
   std::vector<Triangle2*> vT;
-  collectTriangles(vT, &flood);
+  if (!collectMarked("Zone2::getTriangles()", flood, vT)) return;
   for (Triangle2* pT : vT)
     for (int i = 0; i < 3; ++i) {
       Triangle2* pOpp(pT->getOppositeTriangle(i));
@@ -301,13 +306,9 @@ std::pair<Point2*, Point2*> unordered(Point2* a, Point2* b) { return a < b ? std
 // right through the flips: a flip only happens between two zone triangles,
 // and turns them into two triangles over the same quadrilateral.
 void Zone2::unifyGrid(double tolerance) {
-  if (!pDt2->hasArea()) {
-    logWarning("Zone2::unifyGrid()", "The triangulation has no area yet");
-    return;
-  }
   ZoneFlood members(pDt2);
   std::vector<Triangle2*> vT;
-  collectTriangles(vT, &members);
+  if (!collectMarked("Zone2::unifyGrid()", members, vT)) return;
   std::vector<std::pair<Point2*, Point2*> > vCandidates;
   vCandidates.reserve(vT.size());
   for (Triangle2* pT : vT) {
@@ -353,13 +354,9 @@ void Zone2::show(const char* filename, bool bShowFull, bool bWithConstraints) co
 }
 
 void Zone2::show(Visualizer2* pVis, bool bShowFull, bool bWithConstraints) const {
-  if (!pDt2->hasArea()) {
-    logWarning("Zone2::show()", "The triangulation has no area yet");
-    return;
-  }
   ZoneFlood flood(pDt2);
   std::vector<Triangle2*> vT;
-  collectTriangles(vT, &flood);
+  if (!collectMarked("Zone2::show()", flood, vT)) return;
   const Color fill(0.94, 0.9, 0.55, 0.01, true);
   for (Triangle2* pT : vT) pVis->addObject(*pT, fill);
   if (bShowFull) {

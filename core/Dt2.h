@@ -150,6 +150,9 @@ public:
   /** A zone that reproduces the given triangles through later changes: their
    * border becomes a constraint graph, one start point per component. */
   Zone2* createZone(std::vector<Triangle2*>& vTriangles);
+  /** A result zone of the set operations over the two inputs (which the
+   * caller has checked: not null, of this triangulation). */
+  Zone2* createResultZone(ZoneLocation zoneLoc, Zone2* pZone0, Zone2* pZone1);
   /** Deletes a zone of this triangulation; refuses an unknown zone and one
    * that a result zone still reads. */
   void deleteZone(Zone2* pZone);

@@ -21,6 +21,7 @@
 #include "SegmentChecker.h"
 #include "ConstraintSegment2.h"
 #include "ConstraintGraph2.h"
+#include "UserPredicateT.h"
 #include "Zone2.h"
 #include <vector>
 

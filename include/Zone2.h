@@ -13,7 +13,9 @@ namespace KIRO_VASK2D {
 class ConstraintGraph2;
 class Dt2;
 class ProgressPublisher;
+class UserPredicateT;
 class Visualizer2;
+class ZoneAlgebra;
 class ZoneFlood;
 
 /** The kind of region a zone describes. */
@@ -102,13 +104,26 @@ public:
   /** Draws the triangles and the alive chains of the graphs into name
    * ("debug.ps" when empty). */
   void debug(const char* name);
+  /** Turns the diagonals of grid-like cells so that they rise: an inner,
+   * unconstrained longest edge of a zone triangle that falls (or stands
+   * vertical) is flipped when the quadrilateral around it is strictly
+   * convex and its four corners are cocircular (tolerance <= 0) or its two
+   * diagonals differ in length by at most tolerance relative to the longer.
+   * With tolerance > 0 the mesh may stop being Delaunay: that is the
+   * purpose, and nothing restores it. */
+  void unifyGrid(double tolerance);
 
   // For the triangulation's zone code
   const std::vector<Point2>& getStartPoints() const { return vStartPoints; }
   const std::vector<Zone2*>& getInputZones() const { return vInputZones; }
 
 private:
+  friend class Dt2;        // sets the inputs of a result zone
+  friend class ZoneAlgebra; // evaluates the inputs of a result zone
   void collectTriangles(std::vector<Triangle2*>& vOut, ZoneFlood* pFlood) const;
+  /** collectTriangles with the caller's marks; false, with a warning under
+   * tag, when the triangulation has no area. */
+  bool collectMarked(const char* tag, ZoneFlood& marks, std::vector<Triangle2*>& vT) const;
   void initWorkspace(bool bInside, ZoneFlood& flood, std::vector<Triangle2*>& vWorkspace) const;
   void collectBorder(std::vector<Edge2>& vEdges) const;
 
@@ -119,5 +134,32 @@ private:
   std::vector<Point2> vStartPoints;
   std::vector<Zone2*> vInputZones;
 };
+
+// Set operations on zones of one triangulation. The result is a new zone of
+// that triangulation which keeps the operation and its two inputs, not
+// triangles: each query evaluates the inputs anew, so the result follows
+// them through later changes of the mesh, and results may serve as inputs
+// again. The inputs must outlive the result (deleteZone refuses to delete
+// an input of a result zone). A null input or zones of two triangulations
+// give null with a warning.
+
+/** The triangles of either zone (ZL_RESULT_UNION). */
+VASK2D_API Zone2* zoneUnion(Zone2* pZone0, Zone2* pZone1);
+/** The triangles of both zones (ZL_RESULT_INTERSECTION). */
+VASK2D_API Zone2* zoneIntersection(Zone2* pZone0, Zone2* pZone1);
+/** The triangles of pZone0 that are not in pZone1 (ZL_RESULT_DIFFERENCE). */
+VASK2D_API Zone2* zoneDifference(Zone2* pZone0, Zone2* pZone1);
+/** The triangles of exactly one of the zones (ZL_RESULT_SYM_DIFFERENCE). */
+VASK2D_API Zone2* zoneSymmetricDifference(Zone2* pZone0, Zone2* pZone1);
+
+/** Erodes the zone from its border: a triangle at the border (a neighbour
+ * missing or outside what remains) for which the predicate says true is
+ * removed, which may expose further triangles, until every border triangle
+ * is kept. What remains becomes a new ZL_GROW zone whose fence, a new
+ * constraint graph, runs along the new border; null when nothing remains,
+ * and with a warning when the zone or the predicate is null or the zone is
+ * empty. The input zone stays. Only border triangles are asked about, and
+ * one may be asked again when a neighbour goes. */
+VASK2D_API Zone2* peelOffIf(Zone2* pZone, UserPredicateT* pPredicate, bool bVerbose);
 
 } // namespace KIRO_VASK2D

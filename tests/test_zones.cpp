@@ -395,15 +395,8 @@ TEST(Zones, QueriesAndBoundedZonesAgreeWithTheFence) {
   EXPECT_EQ(asSet(vIn), asSet(trianglesOf(&copy)));
 }
 
-std::string captured(const std::function<void()>& f) {
-  testing::internal::CaptureStdout();
-  f();
-  return testing::internal::GetCapturedStdout();
-}
-
-bool says(const std::string& out, const std::string& tag, const std::string& text) {
-  return out.find(tag + ", WARNING: " + text) != std::string::npos;
-}
+using vask_test::captured;
+using vask_test::says;
 
 // Fenced zones at the limits: an outside that is empty stays silent; an
 // open chain encloses nothing, so its inside is everything; an inside with

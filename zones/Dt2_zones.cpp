@@ -131,6 +131,17 @@ Zone2* Dt2::createZone(std::vector<Edge2>& vEdges, ZoneLocation zoneLoc) {
   return addZone(new Zone2(this, ZL_BOUNDED, pCG));
 }
 
+Zone2* Dt2::createResultZone(ZoneLocation zoneLoc, Zone2* pZone0, Zone2* pZone1) {
+  if (!hasArea()) {
+    logWarning("Dt2::createZone", "The triangulation has no area yet. Returning NULL");
+    return nullptr;
+  }
+  Zone2* pZone(new Zone2(this, zoneLoc));
+  pZone->vInputZones.push_back(pZone0);
+  pZone->vInputZones.push_back(pZone1);
+  return addZone(pZone);
+}
+
 void Dt2::deleteZone(Zone2* pZone) {
   if (pZone == nullptr || sZones.count(pZone) == 0) {
     logWarning("Dt2::deleteZone(..)", "trying to delete a non-existing zone");

@@ -9,8 +9,12 @@
 #include "support/Log.h"
 #include "support/ProgressPublisher.h"
 #include "support/VaskAssert.h"
+#include "zones/ZoneAlgebra.h"
 #include "zones/ZoneFlood.h"
 #include <algorithm>
+#include <cmath>
+#include <functional>
+#include <unordered_set>
 #include <iostream>
 #include <sstream>
 
@@ -106,6 +110,12 @@ void Zone2::getTriangles(std::vector<Triangle2*>& vTrianglesOut) const {
     logWarning("Zone2::getTriangles()", "The triangulation has no area yet");
     return;
   }
+  if (zoneLoc >= ZL_RESULT_UNION && zoneLoc <= ZL_RESULT_SYM_DIFFERENCE) {
+    // Nobody reads the result's marks here: its inputs keep their own.
+    ZoneAlgebra algebra(pDt2);
+    algebra.evaluate(this, vTrianglesOut, nullptr);
+    return;
+  }
   ZoneFlood flood(pDt2);
   collectTriangles(vTrianglesOut, &flood);
 }
@@ -160,9 +170,11 @@ void Zone2::collectTriangles(std::vector<Triangle2*>& vOut, ZoneFlood* pFlood) c
     case ZL_RESULT_UNION:
     case ZL_RESULT_INTERSECTION:
     case ZL_RESULT_DIFFERENCE:
-    case ZL_RESULT_SYM_DIFFERENCE:
-      logWarning("Zone2::getTriangles()", "Zone set operations are not available in this build, no triangles");
+    case ZL_RESULT_SYM_DIFFERENCE: {
+      ZoneAlgebra algebra(pDt2);
+      algebra.evaluate(this, vOut, pFlood);
       return;
+    }
     default:
       logWarning("Zone2::getTriangles()", "unknown zoneLoc value");
       VASK_ASSERT(false);
@@ -204,14 +216,19 @@ Bbox2 Zone2::getBoundingBox() const {
   return box;
 }
 
-void Zone2::collectBorder(std::vector<Edge2>& vEdges) const {
+bool Zone2::collectMarked(const char* tag, ZoneFlood& marks, std::vector<Triangle2*>& vT) const {
   if (!pDt2->hasArea()) {
-    logWarning("Zone2::getTriangles()", "The triangulation has no area yet");
-    return;
+    logWarning(tag, "The triangulation has no area yet");
+    return false;
   }
+  collectTriangles(vT, &marks);
+  return true;
+}
+
+void Zone2::collectBorder(std::vector<Edge2>& vEdges) const {
   ZoneFlood flood(pDt2);
   std::vector<Triangle2*> vT;
-  collectTriangles(vT, &flood);
+  if (!collectMarked("Zone2::getTriangles()", flood, vT)) return;
   for (Triangle2* pT : vT)
     for (int i = 0; i < 3; ++i) {
       Triangle2* pOpp(pT->getOppositeTriangle(i));
@@ -262,6 +279,72 @@ void Zone2::subscribe(MsgType msgType, MsgBase* pReceiver) { pZoneProgress->subs
 void Zone2::unsubscribe(MsgType msgType, MsgBase* pReceiver) { pZoneProgress->unsubscribe(msgType, pReceiver); }
 
 // ---------------------------------------------------------------------------
+// Grid diagonals
+
+namespace {
+
+// Whether the edge from p to q falls (x and y change in opposite senses) or
+// stands vertical. Comparisons of doubles are exact.
+bool fallsOrIsVertical(const Point2& p, const Point2& q) {
+  if (p.x() == q.x()) return true;
+  return (q.x() > p.x()) != (q.y() > p.y()) && p.y() != q.y();
+}
+
+struct PairHash {
+  size_t operator()(const std::pair<Point2*, Point2*>& pp) const {
+    return std::hash<Point2*>()(pp.first) * 31u + std::hash<Point2*>()(pp.second);
+  }
+};
+
+std::pair<Point2*, Point2*> unordered(Point2* a, Point2* b) { return a < b ? std::make_pair(a, b) : std::make_pair(b, a); }
+
+} // namespace
+
+// A flip rewrites both of its triangles in place, so a candidate is kept by
+// its end points and found again before it is tried: the edge may have
+// gone, or now stand between two other triangle slots. Membership stays
+// right through the flips: a flip only happens between two zone triangles,
+// and turns them into two triangles over the same quadrilateral.
+void Zone2::unifyGrid(double tolerance) {
+  ZoneFlood members(pDt2);
+  std::vector<Triangle2*> vT;
+  if (!collectMarked("Zone2::unifyGrid()", members, vT)) return;
+  std::vector<std::pair<Point2*, Point2*> > vCandidates;
+  vCandidates.reserve(vT.size());
+  for (Triangle2* pT : vT) {
+    const int i(pT->getMaxIndex());
+    if (i >= 0) vCandidates.emplace_back(pT->getCorner(incIndexBy1(i)), pT->getCorner(incIndexBy2(i)));
+  }
+  NearestRounding rounding;
+  KiroTest& kiroTest(pDt2->getKiroTest());
+  std::unordered_set<std::pair<Point2*, Point2*>, PairHash> sDone;
+  for (const std::pair<Point2*, Point2*>& pq : vCandidates) {
+    Point2* pP(pq.first);
+    Point2* pQ(pq.second);
+    Triangle2* pT(pDt2->getAdjacentTriangle(pP, pQ));
+    if (pT == nullptr) continue; // flipped away
+    const int i(incIndexBy2(pT->getIntraTriangleIndex(pP)));
+    Triangle2* pU(pT->getOppositeTriangle(i));
+    if (pU == nullptr || !fallsOrIsVertical(*pP, *pQ) || sDone.count(unordered(pP, pQ)) != 0) continue;
+    if (!members.isVisited(pT) || !members.isVisited(pU) || pDt2->isConstraintEdge(pT, i)) continue;
+    Point2* pA(pT->getCorner(i));
+    Point2* pD(pU->getCorner(pU->getIntraTriangleIndex(pT)));
+    if (tolerance > 0) {
+      const double l1(std::hypot(pQ->x() - pP->x(), pQ->y() - pP->y()));
+      const double l2(std::hypot(pD->x() - pA->x(), pD->y() - pA->y()));
+      if (std::fabs(l1 - l2) > tolerance * std::max(l1, l2)) continue;
+    } else if (kiroTest.circleInc3state(pT, pD) != CINC2_ZERO) {
+      continue;
+    }
+    // Strictly convex at the new diagonal: p and q on opposite sides of a-d.
+    const Orientation2 oP(kiroTest.getOrientation2(pA, pD, pP)), oQ(kiroTest.getOrientation2(pA, pD, pQ));
+    if (oP == ORIENTATION2_COLLINEAR || oQ == ORIENTATION2_COLLINEAR || oP == oQ) continue;
+    sDone.insert(unordered(pA, pD));
+    pDt2->flip(pT, i);
+  }
+}
+
+// ---------------------------------------------------------------------------
 // Output
 
 void Zone2::show(const char* filename, bool bShowFull, bool bWithConstraints) const {
@@ -271,13 +354,9 @@ void Zone2::show(const char* filename, bool bShowFull, bool bWithConstraints) co
 }
 
 void Zone2::show(Visualizer2* pVis, bool bShowFull, bool bWithConstraints) const {
-  if (!pDt2->hasArea()) {
-    logWarning("Zone2::show()", "The triangulation has no area yet");
-    return;
-  }
   ZoneFlood flood(pDt2);
   std::vector<Triangle2*> vT;
-  collectTriangles(vT, &flood);
+  if (!collectMarked("Zone2::show()", flood, vT)) return;
   const Color fill(0.94, 0.9, 0.55, 0.01, true);
   for (Triangle2* pT : vT) pVis->addObject(*pT, fill);
   if (bShowFull) {

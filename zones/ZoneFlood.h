@@ -38,6 +38,8 @@ public:
   void addWall(Triangle2* pT, int ith) { flagsOf(pT) |= static_cast<uint8_t>(1u << ith); }
   /** Marks triangles as members without flooding (a zone given as a list). */
   void markAll(const std::vector<Triangle2*>& vT);
+  /** Takes the member mark off pT again (a triangle peeled off). */
+  void unmark(const Triangle2* pT) { flagsOf(pT) &= static_cast<uint8_t>(~VISITED); }
 
   bool isVisited(const Triangle2* pT) const { return (flagsOf(pT) & VISITED) != 0; }
   bool isFence(const Triangle2* pT, int ith) const { return (flagsOf(pT) & (1u << ith)) != 0; }

@@ -304,10 +304,16 @@ Case generateCase(const std::string& family, std::uint64_t seed, std::size_t max
       } else if (w < 92) {
         op.kind = OpKind::MakeDelaunay;
         op.arg = uniformInt(rng, 0, 7);
+      } else if (w >= 98) {
+        op.kind = OpKind::UnifyGrid;
       } else if (!vPool.empty()) {
-        op.kind = OpKind::ZoneTriangles;
-        op.vPoints.push_back(vPool[static_cast<std::size_t>(uniformInt(rng, 0, static_cast<int>(vPool.size()) - 1))]);
-        op.vPoints.push_back(vPool[static_cast<std::size_t>(uniformInt(rng, 0, static_cast<int>(vPool.size()) - 1))]);
+        // Zones of triangle lists, or (one in three) peeled zones.
+        const std::size_t numPool(vPool.size());
+        auto anyPoolPoint = [&]() { return vPool[static_cast<std::size_t>(uniformInt(rng, 0, static_cast<int>(numPool) - 1))]; };
+        op.kind = w < 95 ? OpKind::ZoneTriangles : OpKind::Peel;
+        if (op.kind == OpKind::Peel) op.arg = uniformInt(rng, 0, 63);
+        op.vPoints.push_back(anyPoolPoint());
+        if (op.kind == OpKind::ZoneTriangles) op.vPoints.push_back(anyPoolPoint());
       } else {
         continue;
       }
@@ -532,6 +538,8 @@ void apply(Replay& r, const Op& op) {
   case OpKind::SplitDead:
   case OpKind::MakeDelaunay:
   case OpKind::ZoneTriangles:
+  case OpKind::Peel:
+  case OpKind::UnifyGrid:
     applyConstraintOp(r, op);
     break;
   case OpKind::Cpu: {
@@ -607,7 +615,9 @@ const struct {
                 {OpKind::Split, "split", true, 1, 1, false},
                 {OpKind::SplitDead, "splitdead", false, 1, 1, false},
                 {OpKind::MakeDelaunay, "makedelaunay", true, 0, 0, false},
-                {OpKind::ZoneTriangles, "zonetriangles", false, 1, 2, false}};
+                {OpKind::ZoneTriangles, "zonetriangles", false, 1, 2, false},
+                {OpKind::Peel, "peel", true, 1, 1, false},
+                {OpKind::UnifyGrid, "unifygrid", false, 0, 0, false}};
 bool hasArg(OpKind k) {
   for (const auto& e : OP_SPECS)
     if (e.kind == k) return e.bArg;

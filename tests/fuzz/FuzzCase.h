@@ -29,7 +29,10 @@ enum class OpKind {
                  // midpoint, 1 at its end (refused), 2 splitAndRemovePrev at its midpoint
   SplitDead,     // insertAndSplit on the dead segment whose midpoint is nearest the point (throws)
   MakeDelaunay,  // makeDelaunay(0) of graph number arg (modulo the number of graphs)
-  ZoneTriangles  // createZone(the triangles whose barycentre lies in the box of the (one or two) points)
+  ZoneTriangles, // createZone(the triangles whose barycentre lies in the box of the (one or two) points)
+  Peel,          // peelOffIf of zone number arg / 4 (inside zones, triangle zones, global) with a predicate on
+                 // the side of the point: bit 0 y instead of x, bit 1 greater instead of less
+  UnifyGrid      // unifyGrid(0) of the whole mesh
 };
 
 struct Op {

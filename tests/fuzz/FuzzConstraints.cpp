@@ -277,86 +277,6 @@ void makeDelaunay(Replay& r, const Op& op) {
   r.bConformingDirty = true;
 }
 
-// Whether the triangle may have no double strictly inside: narrower than
-// two units in the last place of its coordinates (the library then may
-// find no seed and warns), or, for a box of few doubles, none inside.
-bool mayHaveNoInnerDouble(const KIRO_VASK2D::Triangle2* pT) {
-  const Point2 &a(*pT->getCorner(0)), &b(*pT->getCorner(1)), &c(*pT->getCorner(2));
-  const double doubleArea(std::fabs(vask_test::exactDoubleArea(a, b, c)));
-  if (doubleArea < std::numeric_limits<double>::min()) return true;
-  double maxLen(0.0), maxCoord(0.0);
-  for (const Point2* p : {&a, &b, &c}) maxCoord = std::max({maxCoord, std::fabs(p->x()), std::fabs(p->y())});
-  for (int i = 0; i < 3; ++i) maxLen = std::max(maxLen, std::sqrt(pT->getSquaredEdgeLength2D(i)));
-  if (doubleArea / maxLen < 2.0 * vask_test::ulpOf(maxCoord)) return true;
-  const double inf(std::numeric_limits<double>::infinity());
-  const double x0(std::min({a.x(), b.x(), c.x()})), x1(std::max({a.x(), b.x(), c.x()}));
-  const double y0(std::min({a.y(), b.y(), c.y()})), y1(std::max({a.y(), b.y(), c.y()}));
-  int numX(0);
-  for (double x = x0; x <= x1; x = std::nextafter(x, inf))
-    if (++numX > 64) return false;
-  for (double x = x0; x <= x1; x = std::nextafter(x, inf)) {
-    int numY(0);
-    for (double y = y0; y <= y1; y = std::nextafter(y, inf)) {
-      if (++numY > 64) return false;
-      const Point2 p(x, y);
-      if (vask_test::exactOrientationSign(a, b, p) > 0 && vask_test::exactOrientationSign(b, c, p) > 0 &&
-          vask_test::exactOrientationSign(c, a, p) > 0)
-        return false;
-    }
-  }
-  return true;
-}
-
-// A zone made of the triangles whose barycentre lies in the box: at once
-// exactly those triangles; its border becomes a graph like any other.
-void zoneTriangles(Replay& r, const Op& op) {
-  if (!r.dt.hasArea()) return;
-  const Point2& a(op.vPoints.front()); // shrinking may leave one point: a box of no extent
-  const Point2& b(op.vPoints.back());
-  std::vector<KIRO_VASK2D::Triangle2*> vAll, vPick;
-  r.dt.getTrianglePointers(vAll);
-  for (KIRO_VASK2D::Triangle2* pT : vAll) {
-    const Point2 c(pT->getBarycenter());
-    if (c.x() >= std::min(a.x(), b.x()) && c.x() <= std::max(a.x(), b.x()) && c.y() >= std::min(a.y(), b.y()) &&
-        c.y() <= std::max(a.y(), b.y()))
-      vPick.push_back(pT);
-  }
-  if (vPick.empty()) return;
-  // A border edge over the ends of a segment split before can't be fenced
-  // (the library warns): the zone may then hold more than the triangles.
-  const std::set<KIRO_VASK2D::Triangle2*> sPickSet(vPick.begin(), vPick.end());
-  bool bOverSplitSegment(false);
-  if (r.dt.getImpl()->hasConstraintMgr())
-    for (KIRO_VASK2D::Triangle2* pT : vPick)
-      for (int i = 0; i < 3; ++i) {
-        if (pT->getOppositeTriangle(i) != nullptr && sPickSet.count(pT->getOppositeTriangle(i))) continue;
-        ConstraintSegment2* pOld(r.dt.getImpl()->getConstraintMgr()->findSegment(pT->getCorner((i + 1) % 3),
-                                                                                pT->getCorner((i + 2) % 3)));
-        bOverSplitSegment |= pOld != nullptr && !pOld->isAlive();
-      }
-  KIRO_VASK2D::Zone2* pZone(r.dt.createZone(vPick, false));
-  if (pZone == nullptr || pZone->getConstraintGraph() == nullptr) {
-    r.fail("zone: no zone made of triangles");
-    return;
-  }
-  std::vector<KIRO_VASK2D::Triangle2*> vGot;
-  pZone->getTriangles(vGot);
-  // A piece gets lost only where no double lies strictly inside any of its
-  // triangles (the library warns).
-  const std::set<KIRO_VASK2D::Triangle2*> sGot(vGot.begin(), vGot.end()), sPick(vPick.begin(), vPick.end());
-  bool bOk(sGot.size() == vGot.size());
-  if (!bOverSplitSegment)
-    for (KIRO_VASK2D::Triangle2* pT : sGot) bOk &= sPick.count(pT) != 0;
-  for (KIRO_VASK2D::Triangle2* pT : sPick)
-    if (!sGot.count(pT))
-      bOk &= mayHaveNoInnerDouble(pT);
-  if (!bOk)
-    r.fail("zone: a zone made of triangles is not those triangles",
-           std::to_string(vGot.size()) + " triangles instead of " + std::to_string(vPick.size()));
-  r.vGraphs.push_back(pZone->getConstraintGraph());
-  r.vTriangleZones.push_back(pZone);
-}
-
 } // namespace
 
 void applyConstraintOp(Replay& r, const Op& op) {
@@ -374,6 +294,8 @@ void applyConstraintOp(Replay& r, const Op& op) {
   case OpKind::SplitDead: splitDead(r, op); break;
   case OpKind::MakeDelaunay: makeDelaunay(r, op); break;
   case OpKind::ZoneTriangles: zoneTriangles(r, op); break;
+  case OpKind::Peel: peel(r, op); break;
+  case OpKind::UnifyGrid: unifyGrid(r); break;
   default: break;
   }
   adoptNewVertices(r);
@@ -413,47 +335,6 @@ void checkStep(Replay& r) {
   o.numConformingNonDelaunay = std::max(o.numConformingNonDelaunay, c.numConformingNonDelaunay);
   o.numShortPiecesMissing = std::max(o.numShortPiecesMissing, c.numShortPiecesMissing);
   if (c.ok) checkZones(r);
-}
-
-void checkZones(Replay& r) {
-  if (!r.dt.hasArea()) return;
-  using KIRO_VASK2D::Zone2;
-  if (r.pGlobalZone == nullptr) r.pGlobalZone = r.dt.createZone(nullptr, KIRO_VASK2D::ZL_GLOBAL, false);
-  while (r.vInsideZones.size() < r.vGraphs.size()) {
-    ConstraintGraph2* pCG(r.vGraphs[r.vInsideZones.size()]);
-    const bool bOriented(pCG->isOriented());
-    r.vInsideZones.push_back(bOriented ? r.dt.createZone(pCG, KIRO_VASK2D::ZL_INSIDE, false) : nullptr);
-    r.vOutsideZones.push_back(bOriented ? r.dt.createZone(pCG, KIRO_VASK2D::ZL_OUTSIDE, false) : nullptr);
-    if (bOriented && (r.vInsideZones.back() == nullptr || r.vOutsideZones.back() == nullptr))
-      r.fail("zone: no zone for an oriented graph");
-  }
-  auto expectSame = [&](Zone2* pZone, std::vector<KIRO_VASK2D::Triangle2*> vExpected, const char* what) {
-    std::vector<KIRO_VASK2D::Triangle2*> vGot;
-    pZone->getTriangles(vGot);
-    const std::set<KIRO_VASK2D::Triangle2*> sGot(vGot.begin(), vGot.end()), sExpected(vExpected.begin(), vExpected.end());
-    if (sGot.size() != vGot.size()) r.fail(std::string("zone: a triangle twice in the ") + what + " zone");
-    else if (sGot != sExpected)
-      r.fail(std::string("zone: wrong ") + what + " region",
-             std::to_string(vGot.size()) + " triangles instead of " + std::to_string(vExpected.size()));
-  };
-  if (r.pGlobalZone != nullptr) {
-    std::vector<KIRO_VASK2D::Triangle2*> vAll;
-    r.dt.getTrianglePointers(vAll);
-    expectSame(r.pGlobalZone, vAll, "global");
-  }
-  for (Zone2* pZone : r.vTriangleZones) {
-    std::vector<ConstraintGraph2*> vGraphs;
-    pZone->getConstraintGraphs(vGraphs);
-    std::vector<KIRO_VASK2D::Triangle2*> vExpected;
-    if (vask_test::expectedGrowZone(r.dt, vGraphs, pZone->getStartPoints(), vExpected))
-      expectSame(pZone, vExpected, "triangle-list");
-  }
-  for (std::size_t g = 0; g < r.vInsideZones.size() && r.outcome.ok; ++g) {
-    if (r.vInsideZones[g] == nullptr) continue;
-    const std::vector<ConstraintGraph2*> vOne(1, r.vGraphs[g]);
-    expectSame(r.vInsideZones[g], vask_test::expectedFencedZone(r.dt, vOne, true), "inside");
-    expectSame(r.vOutsideZones[g], vask_test::expectedFencedZone(r.dt, vOne, false), "outside");
-  }
 }
 
 } // namespace detail

@@ -70,7 +70,8 @@ struct Replay {
   // graph's position), and the whole mesh.
   std::vector<KIRO_VASK2D::Zone2*> vInsideZones, vOutsideZones;
   KIRO_VASK2D::Zone2* pGlobalZone = nullptr;
-  std::vector<KIRO_VASK2D::Zone2*> vTriangleZones; // made of triangle lists, grown from their seeds
+  std::vector<KIRO_VASK2D::Zone2*> vTriangleZones; // made of triangle lists (or peeled), grown from their seeds
+  std::vector<KIRO_VASK2D::Zone2*> vResultZones;   // set operations over the inside, outside and global zones
   Outcome outcome;
 
   void fail(const std::string& kind, const std::string& detail = std::string()) {
@@ -107,12 +108,18 @@ inline Snapshot snapshot(KIRO_VASK2D::Vask_2D& dt) {
 std::vector<KIRO_VASK2D::Point2> constraintSet(const std::vector<KIRO_VASK2D::Point2>& vPool, Rng& rng);
 /** a + t (b - a), rounded: on the line exactly only when nothing rounds. */
 KIRO_VASK2D::Point2 along(const KIRO_VASK2D::Point2& a, const KIRO_VASK2D::Point2& b, double t);
-/** Replays a constraint operation (Constraint, Apply, Split, SplitDead, MakeDelaunay, ZoneTriangles). */
+/** Replays a constraint or zone operation (Constraint, Apply, Split, SplitDead, MakeDelaunay, ZoneTriangles, Peel, UnifyGrid). */
 void applyConstraintOp(Replay& r, const Op& op);
 /** Removal of a vertex that is or was an end of a constraint segment: refused, nothing changes. */
 void removeConstraintVertex(Replay& r, KIRO_VASK2D::Point2* pVtx);
 /** After a constraint operation: vertices the library made are known to the model, and each is a constraint vertex. */
 void adoptNewVertices(Replay& r);
+/** A zone of the triangles in the box of the op's points. */
+void zoneTriangles(Replay& r, const Op& op);
+/** peelOffIf of a zone with a predicate on the side of the op's point. */
+void peel(Replay& r, const Op& op);
+/** unifyGrid(0) of the whole mesh. */
+void unifyGrid(Replay& r);
 /** The zones against the independent region oracle. */
 void checkZones(Replay& r);
 /** The whole check after a step: the mesh, the constraints and the zones. */

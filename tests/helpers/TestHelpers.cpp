@@ -4,6 +4,7 @@
 #include <cfloat>
 #include <cmath>
 #include <gmp.h>
+#include <gtest/gtest.h>
 #include <set>
 #include <sstream>
 #include <unordered_map>
@@ -12,6 +13,16 @@ using KIRO_VASK2D::Point2;
 using KIRO_VASK2D::Triangle2;
 
 namespace vask_test {
+
+std::string captured(const std::function<void()>& f) {
+  testing::internal::CaptureStdout();
+  f();
+  return testing::internal::GetCapturedStdout();
+}
+
+bool says(const std::string& out, const std::string& tag, const std::string& text) {
+  return out.find(tag + ", WARNING: " + text) != std::string::npos;
+}
 
 std::vector<Point2> randomPoints(std::size_t n, unsigned seed) {
   std::mt19937_64 gen(seed);

@@ -16,6 +16,11 @@ class Vask_2D;
 
 namespace vask_test {
 
+/** What f prints on standard output (GoogleTest's capture). */
+std::string captured(const std::function<void()>& f);
+/** Whether out holds the warning text under the tag, in the library's format. */
+bool says(const std::string& out, const std::string& tag, const std::string& text);
+
 /** Uniform random points in [0,1)^2 from a fixed seed. */
 std::vector<KIRO_VASK2D::Point2> randomPoints(std::size_t n, unsigned seed);
 /** A side x side grid with unit spacing from (0,0): every cell is cocircular. */

@@ -138,6 +138,13 @@ Q fenceAreaQ(const Fence& fence) {
 int compareAreaWithFence(const std::vector<Triangle2*>& vZone, const Fence& fence) {
   return compare(doubleAreaQ(vZone), fenceAreaQ(fence));
 }
+int compareAreaSums(const std::vector<std::vector<Triangle2*> >& vLeft,
+                    const std::vector<std::vector<Triangle2*> >& vRight) {
+  Q left, right;
+  for (const std::vector<Triangle2*>& v : vLeft) left = left + doubleAreaQ(v);
+  for (const std::vector<Triangle2*>& v : vRight) right = right + doubleAreaQ(v);
+  return compare(left, right);
+}
 namespace {
 double inUnits(const Q& area, double unit) {
   const Q u(unit);

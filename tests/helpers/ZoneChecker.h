@@ -65,6 +65,10 @@ bool expectedGrowZone(KIRO_VASK2D::Vask_2D& dt, const std::vector<KIRO_VASK2D::C
 /** Exact comparison of twice the area of the triangles with the shoelace
  * sum of the fence (twice the winding-weighted area): -1, 0, 1. */
 int compareAreaWithFence(const std::vector<KIRO_VASK2D::Triangle2*>& vZone, const Fence& fence);
+/** Exact comparison of the total area of the lists on the left with that
+ * of the lists on the right: -1, 0, 1. */
+int compareAreaSums(const std::vector<std::vector<KIRO_VASK2D::Triangle2*> >& vLeft,
+                    const std::vector<std::vector<KIRO_VASK2D::Triangle2*> >& vRight);
 /** Twice the exact area of the triangles in units of unit^2, rounded once. */
 double exactDoubleAreaOf(const std::vector<KIRO_VASK2D::Triangle2*>& vZone, double unit = 1.0);
 /** The shoelace sum of the fence (twice the winding-weighted area) in units

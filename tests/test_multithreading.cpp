@@ -120,33 +120,6 @@ TEST(Multithreading, GeneralPositionGivesTheSameTrianglesForEveryThreadCount) {
   }
 }
 
-TEST(Multithreading, DegenerateSetsGiveValidDelaunayMeshes) {
-  std::vector<std::pair<std::string, std::vector<Point2> > > vFamilies;
-  vFamilies.emplace_back("grid", vask_test::gridPoints(130));
-  vFamilies.emplace_back("rotated grid", rotatedGrid(110));
-  vFamilies.emplace_back("circle", vask_test::circlePoints(6000, 3.0, -2.0, 1e3));
-  vFamilies.emplace_back("near-collinear lines", nearCollinearLines(2500, 3));
-  vFamilies.emplace_back("every point twice", withEveryPointTwice(vask_test::randomPoints(8000, 9), 4));
-  vFamilies.emplace_back("grid twice", withEveryPointTwice(vask_test::gridPoints(70), 5));
-  vFamilies.emplace_back("mixed scales", mixedScales(12000, 6));
-  std::vector<Point2> vTiny, vHuge;
-  for (const Point2& p : vask_test::randomPoints(5000, 8)) {
-    vTiny.emplace_back(1e-300 * p.x(), 1e-300 * p.y());
-    vHuge.emplace_back(1e300 * (p.x() - 0.5), 1e300 * p.y());
-  }
-  vFamilies.emplace_back("near 1e-300", vTiny);
-  vFamilies.emplace_back("near 1e300", vHuge);
-  std::mt19937 gen(12);
-  for (const auto& family : vFamilies) {
-    const int numCPU(2 + static_cast<int>(gen() % 7));
-    Vask_2D dt;
-    testing::internal::CaptureStdout();
-    insertAndCheck(family.second, numCPU, family.first, dt);
-    testing::internal::GetCapturedStdout();
-    EXPECT_GT(dt.getImpl()->getLastMTStats().numChunks, 1u) << family.first;
-  }
-}
-
 // Many duplicates, within each batch and across two batches: every handle
 // leads to the vertex of the first occurrence of its point in input order
 // (the custom index tells which input made a vertex), whatever the number
@@ -252,22 +225,6 @@ TEST(Multithreading, ChunksTouchOnlyTrianglesInsideTheirExtendedBoxes) {
   }
 }
 
-TEST(Multithreading, ARangeInOneCellFinishesWithItsChunksInTurn) {
-  // All points within 1e-9 of each other beside four far points: the
-  // extended boxes of the chunks all meet, so they run one after the other.
-  std::vector<Point2> vPoints;
-  for (const Point2& p : vask_test::randomPoints(20000, 41)) vPoints.emplace_back(5.0 + 1e-9 * p.x(), 5.0 + 1e-9 * p.y());
-  vPoints.emplace_back(-1e6, -1e6);
-  vPoints.emplace_back(1e6, -1e6);
-  vPoints.emplace_back(1e6, 1e6);
-  vPoints.emplace_back(-1e6, 1e6);
-  Vask_2D dt;
-  insertAndCheck(vPoints, 4, "one cell", dt);
-  // All points on one circle: every chunk's box meets every other one.
-  Vask_2D circle;
-  insertAndCheck(vask_test::circlePoints(5000, 0.0, 0.0, 1.0), 3, "one circle", circle);
-}
-
 TEST(Multithreading, ASmallTailJoinsTheLastChunkAndALargerOneStandsAlone) {
   // 1001 chunks of 10000 and a rest of 999 or 1000.
   std::vector<std::pair<size_t, size_t> > vPieces;
@@ -314,25 +271,6 @@ TEST(Multithreading, ThreadCountsOutsideTheUsualRange) {
   Vask_2D one;
   one.insert(vPoints);
   EXPECT_EQ(vask_test::canonicalTriangles(dt), vask_test::canonicalTriangles(one));
-}
-
-TEST(Multithreading, NonFinitePointsAreRefusedAsOnOneThread) {
-  const double nan(std::numeric_limits<double>::quiet_NaN()), inf(std::numeric_limits<double>::infinity());
-  std::vector<Point2> vPoints(vask_test::randomPoints(3000, 61));
-  vPoints[10] = Point2(nan, 0.5);
-  vPoints[2000] = Point2(-inf, 0.25);
-  Vask_2D one, four;
-  four.setNumCPU(4);
-  std::vector<Point2*> vOne, vFour;
-  testing::internal::CaptureStdout();
-  one.insert(vPoints, vOne);
-  four.insert(vPoints, vFour);
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ(vFour[10], nullptr);
-  EXPECT_EQ(vFour[2000], nullptr);
-  EXPECT_EQ(four.numberOfPoints(), one.numberOfPoints());
-  EXPECT_EQ(vask_test::canonicalTriangles(four), vask_test::canonicalTriangles(one));
-  EXPECT_VALID(four);
 }
 
 TEST(Multithreading, AFailureOnAWorkerReachesTheCallerAsVaskException) {
@@ -383,7 +321,8 @@ std::vector<Point2> familyPoints(unsigned family, size_t n, std::mt19937& gen) {
 
 // Random sequences of batches (vector with and without handles, coordinate
 // array) under random thread counts, single insertions and removals, on the
-// adversarial families; the whole mesh is checked after every step. The
+// adversarial families (the first eight cases one of each); the whole mesh
+// is checked after every step. The
 // environment variable VASK2D_MT_FUZZ_SECONDS makes it run that long, and
 // VASK2D_MT_FUZZ_SEED sets the seed of its first case.
 TEST(Multithreading, RandomSequencesOfBatchesUnderRandomThreadCountsStayValid) {
@@ -397,7 +336,7 @@ TEST(Multithreading, RandomSequencesOfBatchesUnderRandomThreadCountsStayValid) {
     const double elapsed(std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count());
     if (seconds > 0.0 ? elapsed > seconds : iter >= 8) break;
     std::mt19937 gen(firstSeed + iter);
-    const unsigned family(gen() % 8);
+    const unsigned family((firstSeed + iter) % 8); // the first eight cases cover every family
     // Fast mode may keep near-cocircular edges: then the empty circle is not checked.
     const bool bFast(gen() % 4 == 0);
     Vask_2D dt;

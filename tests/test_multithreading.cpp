@@ -142,10 +142,15 @@ TEST(Multithreading, DuplicatesSettleToTheirFirstOccurrenceForEveryThreadCount) 
 // Every chunk, prepared on the mesh before any chunk runs and then run in
 // order, writes only triangles with all corners in its extended box and
 // relinks only triangles with two corners in it: what makes chunks with
-// disjoint boxes safe to run together.
+// disjoint boxes safe to run together. Afterwards duplicates and handles are
+// settled and the mesh is the one of the ordinary batch.
 TEST(Multithreading, ChunksTouchOnlyTrianglesInsideTheirExtendedBoxes) {
   std::vector<std::pair<std::string, std::vector<Point2> > > vFamilies;
-  vFamilies.emplace_back("uniform", vask_test::randomPoints(20000, 31));
+  std::vector<Point2> vUniform(vask_test::randomPoints(20000, 31));
+  vUniform.insert(vUniform.end(), vUniform.begin() + 1, vUniform.begin() + 300); // duplicates
+  vUniform.emplace_back(0.5, 0.5);                                               // and points on edges
+  vUniform.emplace_back(0.25, 0.5);
+  vFamilies.emplace_back("uniform", vUniform);
   vFamilies.emplace_back("grid", vask_test::gridPoints(120));
   vFamilies.emplace_back("near-collinear lines", nearCollinearLines(4000, 32));
   vFamilies.emplace_back("mixed scales", mixedScales(16000, 33));
@@ -171,6 +176,9 @@ TEST(Multithreading, ChunksTouchOnlyTrianglesInsideTheirExtendedBoxes) {
                                   static_cast<unsigned>(firstPos + vPieces[i].first),
                                   static_cast<unsigned>(firstPos + vPieces[i].second)));
       vChunks.back()->determineExtBox();
+      const Bbox2 &box(vChunks.back()->getBox()), &ext(vChunks.back()->getExtBox());
+      EXPECT_TRUE(ext.get_minX() <= box.get_minX() && ext.get_maxY() >= box.get_maxY());
+      EXPECT_NE(vChunks.back()->getStartTriangle(), nullptr);
     }
     size_t numChecked(0);
     for (Chunk* pChunk : vChunks) {
@@ -201,9 +209,20 @@ TEST(Multithreading, ChunksTouchOnlyTrianglesInsideTheirExtendedBoxes) {
     EXPECT_GT(numChecked, 0u);
     for (Chunk* pChunk : vChunks) delete pChunk;
     vault.treatDupsAndHandles(&vHandles);
+    EXPECT_TRUE(vault.dupIsClean());
     vault.rebuild(false);
     vault.removeFakeBox();
     EXPECT_VALID(dt);
+    std::map<Point2, Point2*> mFirst;
+    for (size_t i = 0; i < vRest.size(); ++i) {
+      ASSERT_TRUE(vHandles[i] != nullptr && *vHandles[i] == vRest[i]);
+      EXPECT_EQ(mFirst.insert(std::make_pair(vRest[i], vHandles[i])).first->second, vHandles[i]);
+    }
+    Vask_2D ref;
+    ref.insert(vCoarse);
+    ref.insert(vRest);
+    EXPECT_EQ(dt.numberOfPoints(), ref.numberOfPoints());
+    if (family.first == "uniform") EXPECT_EQ(vask_test::canonicalTriangles(dt), vask_test::canonicalTriangles(ref));
   }
 }
 

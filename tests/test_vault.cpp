@@ -175,50 +175,6 @@ TEST(Vault, FakeBoxOnCollinearPointsReturnsToTheCollinearState) {
   EXPECT_EQ(dt.numberOfTriangles(), 9u);
 }
 
-TEST(Chunk, OneChunkInsertsItsRangeIntoTheFakeBox) {
-  // The batch as several workers prepare it: fake box, records in the vault,
-  // then one chunk over a middle range of records.
-  Vask_2D dt;
-  dt.insert(vask_test::randomPoints(2000, 14));
-  Dt2* pDt2(dt.getImpl());
-  VertexVault& vault(pDt2->getVertexVault());
-  std::vector<Point2> vNew(vask_test::randomPoints(20000, 15));
-  vNew.insert(vNew.end(), vNew.begin(), vNew.begin() + 100); // duplicates
-  vNew.emplace_back(0.5, 0.5);                               // and points on edges
-  vNew.emplace_back(0.25, 0.5);
-  vault.createFakeBox(pDt2->getBbox());
-  size_t firstPos(0);
-  std::vector<Point2*> vHandles;
-  vault.addVertices(vNew, &vHandles, firstPos);
-  std::vector<IdxVtxAct*> vRecords;
-  VtxRecIt first, last;
-  vault.getRange(0, first, last);
-  vRecords.assign(first, last);
-  const unsigned start(static_cast<unsigned>(firstPos)), stop(static_cast<unsigned>(vRecords.size()));
-  Chunk chunk(pDt2, &pDt2->getBbox(), 0, &vRecords, start, stop);
-  chunk.determineExtBox();
-  ASSERT_NE(chunk.getStartTriangle(), nullptr);
-  EXPECT_FALSE(chunk.getBorderTriangles().empty());
-  // The extended box holds the chunk's box.
-  EXPECT_LE(chunk.getExtBox().get_minX(), chunk.getBox().get_minX());
-  EXPECT_GE(chunk.getExtBox().get_maxY(), chunk.getBox().get_maxY());
-  chunk.triangulate();
-  vault.treatDupsAndHandles(&vHandles);
-  EXPECT_TRUE(vault.dupIsClean());
-  EXPECT_TRUE(dt.checkValidity(true, "chunk"));
-  vault.rebuild(false);
-  vault.removeFakeBox();
-  const vask_test::Validation v(validate(dt));
-  EXPECT_TRUE(v.ok) << v.firstError;
-  EXPECT_EQ(dt.numberOfPoints(), 22002u);
-  for (size_t i = 0; i < 100; ++i) EXPECT_EQ(vHandles[20000 + i], vHandles[i]);
-  // The same points by the ordinary batch give the same triangulation.
-  Vask_2D ref;
-  ref.insert(vask_test::randomPoints(2000, 14));
-  ref.insert(vNew);
-  EXPECT_EQ(vask_test::canonicalTriangles(ref), vask_test::canonicalTriangles(dt));
-}
-
 TEST(Chunk, FastModeChunkRemovesTheZeroAreaTriangleOfAPointOnAnEdge) {
   Vask_2D dt;
   dt.setFastMode(true);

@@ -6,6 +6,7 @@
 #include "Vask_2D.h"
 #include "Visualizer2.h"
 #include "core/Dt2.h"
+#include "helpers/ExactOracle.h"
 #include "helpers/PsRender.h"
 #include "helpers/TestHelpers.h"
 #include <gtest/gtest.h>
@@ -136,6 +137,7 @@ struct FileCase {
   std::function<void(Visualizer2&)> fill;
   std::vector<std::string> vContains, vAbsent;
   std::vector<std::pair<std::string, std::size_t>> vBodyCounts;
+  std::vector<std::pair<std::string, std::size_t>> vOutCounts; // texts on the console
 };
 
 Segment2 seg(double x0, double y0, double x1, double y1) { return Segment2(Point2(x0, y0), Point2(x1, y1)); }
@@ -239,6 +241,25 @@ TEST(VisualizerFile, WritesTheExpectedPostScript) {
        {"50\t200\tmoveto\n530\t"},
        {"nan", "\tinf", "inf\t"}, {}},
       {"vis_far.ps", [](Visualizer2& vis) { vis.addObject(Point2(1e20, -1e300), Color()); }, {}, {"inf", "nan", "=0)"}, {}},
+      {"vis_nonfinite.ps", // non-finite objects are skipped with a warning each
+       [](Visualizer2& vis) {
+         vis.addObject(Point2(vask_test::NaN, 0), Color());
+         vis.addObject(seg(0, 0, vask_test::INF, 1), Color());
+         vis.addObject(Circle2(Point2(0, 0), -1.0), Color());
+         vis.addObject(Point2(0, 0), Color());
+         vis.addObject(Point2(2, 1), Color());
+       },
+       {"(x-Range: [0 - 2] =2)"}, {"nan", "inf"}, {}, {{"Visualizer2::addObject()", 3}}},
+      {"vis_header.ps", // ten lines: font size 100 / 10 - 2 = 8, step 10, line 0 on top; an eleventh is refused
+       [](Visualizer2& vis) {
+         vis.addObject(Point2(0, 0), Color());
+         for (int i = 0; i < 11; ++i) vis.addHeaderLine(("line " + std::to_string(i)).c_str());
+       },
+       {"/Times-Roman findfont 8 scalefont\n", "240\t785\tmoveto\n(line 0)\tshow\n",
+        "240\t695\tmoveto\n(line 9)\tshow\n", "237\t795\tlineto\n"},
+       {"(line 10)"}, {},
+       {{"Visualizer2::addHeaderLine()", 1},
+        {"skipping text [\"line 10\"], maximum number of header lines reached", 1}}},
   };
   for (const FileCase& c : aCase) {
     SCOPED_TRACE(c.name);
@@ -249,6 +270,7 @@ TEST(VisualizerFile, WritesTheExpectedPostScript) {
     for (const std::string& text : c.vContains) EXPECT_NE(file.find(text), std::string::npos) << text << "\n" << file;
     for (const std::string& text : c.vAbsent) EXPECT_EQ(file.find(text), std::string::npos) << text << "\n" << file;
     for (const auto& count : c.vBodyCounts) EXPECT_EQ(countOf(bodyOf(file), count.first), count.second) << count.first;
+    for (const auto& count : c.vOutCounts) EXPECT_EQ(countOf(out, count.first), count.second) << count.first << out;
     std::remove(c.name);
   }
 }
@@ -277,43 +299,6 @@ TEST(VisualizerFile, TrianglesLieBelowSegmentsThenCirclesPointsAndLabels) {
   EXPECT_GT(body.find("360\tarc"), body.find("0.3\t0\t0\tsetrgbcolor"));
   EXPECT_GT(body.find("(text)\tshow"), body.find("0.5\t0\t0\tsetrgbcolor"));
   std::remove("vis_order.ps");
-}
-
-TEST(VisualizerFile, HeaderBlockStandsTopDownAndRefusesAnEleventhLine) {
-  testing::internal::CaptureStdout();
-  const std::string file(writeDrawing("vis_header.ps", [](Visualizer2& vis) {
-    vis.addObject(Point2(0, 0), Color());
-    for (int i = 0; i < 11; ++i) vis.addHeaderLine(("line " + std::to_string(i)).c_str());
-  }));
-  const std::string out(testing::internal::GetCapturedStdout());
-  EXPECT_NE(out.find("Visualizer2::addHeaderLine()"), std::string::npos) << out;
-  EXPECT_NE(out.find("skipping text [\"line 10\"], maximum number of header lines reached"), std::string::npos)
-      << out;
-  EXPECT_EQ(file.find("(line 10)"), std::string::npos);
-  // Ten lines: the font size is 100 / 10 - 2 = 8, the step 10; line 0 on top.
-  for (const char* text : {"/Times-Roman findfont 8 scalefont\n", "240\t785\tmoveto\n(line 0)\tshow\n",
-                           "240\t695\tmoveto\n(line 9)\tshow\n", "237\t795\tlineto\n"})
-    EXPECT_NE(file.find(text), std::string::npos) << text << file;
-  std::remove("vis_header.ps");
-}
-
-TEST(VisualizerFile, NonFiniteObjectsAreSkippedWithAWarning) {
-  const double nan(std::numeric_limits<double>::quiet_NaN());
-  const double inf(std::numeric_limits<double>::infinity());
-  testing::internal::CaptureStdout();
-  const std::string file(writeDrawing("vis_nonfinite.ps", [nan, inf](Visualizer2& vis) {
-    vis.addObject(Point2(nan, 0), Color());
-    vis.addObject(seg(0, 0, inf, 1), Color());
-    vis.addObject(Circle2(Point2(0, 0), -1.0), Color());
-    vis.addObject(Point2(0, 0), Color());
-    vis.addObject(Point2(2, 1), Color());
-  }));
-  const std::string out(testing::internal::GetCapturedStdout());
-  EXPECT_EQ(countOf(out, "Visualizer2::addObject()"), 3u) << out;
-  EXPECT_NE(file.find("(x-Range: [0 - 2] =2)"), std::string::npos) << file;
-  EXPECT_EQ(file.find("nan"), std::string::npos);
-  EXPECT_EQ(file.find("inf"), std::string::npos);
-  std::remove("vis_nonfinite.ps");
 }
 
 TEST(VisualizerLifecycle, UnfinishedFilesAreCompletedAndClosedOnesStayAsTheyAre) {

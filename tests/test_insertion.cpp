@@ -218,8 +218,7 @@ TEST(Insertion, LongWalksTurnRandomAndStillArrive) {
     int edgeIdx(-1);
     const int state(pDt2->locateConflictTriangle(q, pT, edgeIdx));
     if (state == -1) {
-      for (int i = 0; i < 3; ++i)
-        EXPECT_NE(vask_test::exactOrientation(*pT->getCorner((i + 1) % 3), *pT->getCorner((i + 2) % 3), q), -1);
+      for (int i = 0; i < 3; ++i) EXPECT_NE(vask_test::exactOrientation(*pT->getCorner((i + 1) % 3), *pT->getCorner((i + 2) % 3), q), -1);
     } else if (state == 4) {
       EXPECT_TRUE(pT->hasVertex(q));
     } else {
@@ -256,8 +255,7 @@ TEST(Insertion, RemovalsBetweenInsertionsNeverLeaveAStaleStart) {
     }
     expectValidEvery(dt, static_cast<size_t>(i), 23, "fan with removals");
   }
-  for (Point2* pVtx : vHandles)
-    dt.remove(pVtx);
+  for (Point2* pVtx : vHandles) dt.remove(pVtx);
   EXPECT_FALSE(dt.hasArea());
   dt.remove(dt.insert(Point2(1e12, -1e12)));
   const std::vector<Point2> vPoints(vask_test::randomPoints(3000, 23));
@@ -267,8 +265,7 @@ TEST(Insertion, RemovalsBetweenInsertionsNeverLeaveAStaleStart) {
   }
   Point2* pFar(dt.insert(Point2(-1e15, 3e15)));
   dt.remove(pFar);
-  for (size_t i = 0; i < vPoints.size(); ++i)
-    EXPECT_NE(dt.insert(Point2(vPoints[i].x() + 1.5, vPoints[i].y())), nullptr);
+  for (size_t i = 0; i < vPoints.size(); ++i) EXPECT_NE(dt.insert(Point2(vPoints[i].x() + 1.5, vPoints[i].y())), nullptr);
   EXPECT_EQ(dt.numberOfPoints(), 2 * vPoints.size());
   EXPECT_VALID(dt);
 }
@@ -278,18 +275,16 @@ TEST(Insertion, CallersRoundingModeChangesNoResultAndIsRestored) {
   // of a line: batch, array and single insertion under each of the four
   // modes give the same triangles as under round-to-nearest, and every call
   // hands the caller's mode back.
-  std::vector<std::vector<Point2>> vSets;
+  std::vector<std::vector<Point2> > vSets;
   std::vector<Point2> vGrid;
   for (int i = 0; i < 5; ++i)
-    for (int j = 0; j < 5; ++j)
-      vGrid.emplace_back(0.1 * i, 0.1 * j);
+    for (int j = 0; j < 5; ++j) vGrid.emplace_back(0.1 * i, 0.1 * j);
   vSets.push_back(vGrid);
   vSets.push_back(vask_test::randomPoints(300, 31));
   std::vector<Point2> vNear;
   for (int i = 0; i < 60; ++i) {
     double y(0.3 * i / 7.0);
-    for (int k = 0; k < i % 3; ++k)
-      y = std::nextafter(y, 1e9);
+    for (int k = 0; k < i % 3; ++k) y = std::nextafter(y, 1e9);
     vNear.emplace_back(0.1 * i, y);
   }
   vNear.emplace_back(1.0, 5.0);
@@ -314,8 +309,7 @@ TEST(Insertion, CallersRoundingModeChangesNoResultAndIsRestored) {
       EXPECT_EQ(std::fegetround(), mode);
       array.insert(static_cast<int>(vSets[s].size()), vCoords.data(), vArrayHandles.data());
       EXPECT_EQ(std::fegetround(), mode);
-      for (const Point2& p : vSets[s])
-        single.insert(p);
+      for (const Point2& p : vSets[s]) single.insert(p);
       EXPECT_EQ(std::fegetround(), mode);
       single.locate(Point2(0.05, 0.05));
       single.checkValidity(true, "rounding");

@@ -436,10 +436,8 @@ TEST(TriangleAroundVertexIterator, WalksTheFanBothWaysWithNullAtTheHull) {
     TriangleAroundVertexIterator forward(pVtx), backward(pVtx, &fan.vT[c.start]);
     const TriangleAroundVertexIterator start(forward);
     std::vector<int> vForward, vBackward;
-    for (std::size_t i = 0; i < c.vForward.size(); ++i, ++forward)
-      vForward.push_back(fan.indexOf(*forward));
-    for (std::size_t i = 0; i < c.vBackward.size(); ++i, --backward)
-      vBackward.push_back(fan.indexOf(*backward));
+    for (std::size_t i = 0; i < c.vForward.size(); ++i, ++forward) vForward.push_back(fan.indexOf(*forward));
+    for (std::size_t i = 0; i < c.vBackward.size(); ++i, --backward) vBackward.push_back(fan.indexOf(*backward));
     EXPECT_EQ(vForward, c.vForward);
     EXPECT_EQ(vBackward, c.vBackward);
     EXPECT_EQ(fan.indexOf(start.previewNextTriangle()), c.vForward[1]); // preview does not move

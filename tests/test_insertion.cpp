@@ -298,10 +298,7 @@ TEST(Insertion, CallersRoundingModeChangesNoResultAndIsRestored) {
     std::vector<vask_test::CanonicalTriangle> vExpected, vExpectedSingle;
     for (int mode : aModes) {
       std::vector<double> vCoords;
-      for (const Point2& p : vSets[s]) {
-        vCoords.push_back(p.x());
-        vCoords.push_back(p.y());
-      }
+      for (const Point2& p : vSets[s]) vCoords.insert(vCoords.end(), {p.x(), p.y()});
       std::vector<Point2*> vArrayHandles(vSets[s].size());
       Vask_2D batch, array, single;
       ASSERT_EQ(std::fesetround(mode), 0);

@@ -91,10 +91,7 @@ TEST(Multithreading, GeneralPositionGivesTheSameTrianglesForEveryThreadCount) {
     EXPECT_EQ(stats.numThreads, numCPU);
     // A second batch into the mesh, through the coordinate array.
     std::vector<double> vCoords;
-    for (const Point2& p : vMore) {
-      vCoords.push_back(p.x());
-      vCoords.push_back(p.y());
-    }
+    for (const Point2& p : vMore) vCoords.insert(vCoords.end(), {p.x(), p.y()});
     std::vector<Point2*> vArrayHandles(vMore.size());
     dt.insert(static_cast<int>(vMore.size()), vCoords.data(), vArrayHandles.data());
     for (size_t i = 0; i < vMore.size(); ++i) EXPECT_EQ(*vArrayHandles[i], vMore[i]);

@@ -287,10 +287,7 @@ TEST(Vault, DuplicatesLeaveNoVertexOrRecordBehind) {
     dt.insert(vPoints, vAgain);
     EXPECT_EQ(vAgain, vHandles);
     std::vector<double> vCoords;
-    for (const Point2& p : vPoints) {
-      vCoords.push_back(p.x());
-      vCoords.push_back(p.y());
-    }
+    for (const Point2& p : vPoints) vCoords.insert(vCoords.end(), {p.x(), p.y()});
     std::vector<Point2*> vArrayHandles(vPoints.size());
     dt.insert(static_cast<int>(vPoints.size()), vCoords.data(), vArrayHandles.data());
     EXPECT_EQ(vArrayHandles, vHandles);

@@ -1,23 +1,21 @@
 // Bulk insertion on several threads: the same mesh as on one thread for
-// points in general position, valid Delaunay meshes on degenerate sets,
+// points in general position, duplicates settled to their first occurrence,
 // chunks that stay inside their extended boxes, and failures that reach the
-// caller.
-#include "Vask_2D.h"
+// caller. Random sequences of threaded batches on degenerate families are
+// the mesh fuzzer's (tests/fuzz).
 #include "VaskException.h"
+#include "Vask_2D.h"
 #include "core/Chunk.h"
 #include "core/Dt2.h"
 #include "core/InserterMT.h"
 #include "helpers/TestHelpers.h"
 #include <algorithm>
-#include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
 #include <random>
-#include <set>
 #include <thread>
 
 using namespace KIRO_VASK2D;
@@ -42,14 +40,6 @@ std::vector<Point2> nearCollinearLines(size_t numPerLine, unsigned seed) {
   return v;
 }
 
-// A grid rotated by a non-representable angle and scaled by 0.1.
-std::vector<Point2> rotatedGrid(int side) {
-  std::vector<Point2> v;
-  const double c(std::cos(0.3)), s(std::sin(0.3));
-  for (const Point2& p : vask_test::gridPoints(side)) v.emplace_back(0.1 * (c * p.x() - s * p.y()), 0.1 * (s * p.x() + c * p.y()));
-  return v;
-}
-
 // Tight clusters of 1e-6 spread over a square of 1e6, and a few points at
 // the far ends of the double range.
 std::vector<Point2> mixedScales(size_t n, unsigned seed) {
@@ -60,14 +50,6 @@ std::vector<Point2> mixedScales(size_t n, unsigned seed) {
     const double cx(1e6 * unit(gen)), cy(1e6 * unit(gen));
     for (size_t i = 0; i < n / 40; ++i) v.emplace_back(cx + 1e-6 * unit(gen), cy + 1e-6 * unit(gen));
   }
-  return v;
-}
-
-std::vector<Point2> withEveryPointTwice(std::vector<Point2> v, unsigned seed) {
-  const size_t n(v.size());
-  for (size_t i = 0; i < n; ++i) v.push_back(v[i]);
-  std::mt19937 gen(seed);
-  std::shuffle(v.begin(), v.end(), gen);
   return v;
 }
 
@@ -109,41 +91,11 @@ TEST(Multithreading, GeneralPositionGivesTheSameTrianglesForEveryThreadCount) {
     EXPECT_EQ(stats.numThreads, numCPU);
     // A second batch into the mesh, through the coordinate array.
     std::vector<double> vCoords;
-    for (const Point2& p : vMore) {
-      vCoords.push_back(p.x());
-      vCoords.push_back(p.y());
-    }
+    for (const Point2& p : vMore) vCoords.insert(vCoords.end(), {p.x(), p.y()});
     std::vector<Point2*> vArrayHandles(vMore.size());
     dt.insert(static_cast<int>(vMore.size()), vCoords.data(), vArrayHandles.data());
     for (size_t i = 0; i < vMore.size(); ++i) EXPECT_EQ(*vArrayHandles[i], vMore[i]);
     EXPECT_EQ(vask_test::canonicalTriangles(dt), vExpected) << numCPU << " threads";
-  }
-}
-
-TEST(Multithreading, DegenerateSetsGiveValidDelaunayMeshes) {
-  std::vector<std::pair<std::string, std::vector<Point2> > > vFamilies;
-  vFamilies.emplace_back("grid", vask_test::gridPoints(130));
-  vFamilies.emplace_back("rotated grid", rotatedGrid(110));
-  vFamilies.emplace_back("circle", vask_test::circlePoints(6000, 3.0, -2.0, 1e3));
-  vFamilies.emplace_back("near-collinear lines", nearCollinearLines(2500, 3));
-  vFamilies.emplace_back("every point twice", withEveryPointTwice(vask_test::randomPoints(8000, 9), 4));
-  vFamilies.emplace_back("grid twice", withEveryPointTwice(vask_test::gridPoints(70), 5));
-  vFamilies.emplace_back("mixed scales", mixedScales(12000, 6));
-  std::vector<Point2> vTiny, vHuge;
-  for (const Point2& p : vask_test::randomPoints(5000, 8)) {
-    vTiny.emplace_back(1e-300 * p.x(), 1e-300 * p.y());
-    vHuge.emplace_back(1e300 * (p.x() - 0.5), 1e300 * p.y());
-  }
-  vFamilies.emplace_back("near 1e-300", vTiny);
-  vFamilies.emplace_back("near 1e300", vHuge);
-  std::mt19937 gen(12);
-  for (const auto& family : vFamilies) {
-    const int numCPU(2 + static_cast<int>(gen() % 7));
-    Vask_2D dt;
-    testing::internal::CaptureStdout();
-    insertAndCheck(family.second, numCPU, family.first, dt);
-    testing::internal::GetCapturedStdout();
-    EXPECT_GT(dt.getImpl()->getLastMTStats().numChunks, 1u) << family.first;
   }
 }
 
@@ -187,10 +139,15 @@ TEST(Multithreading, DuplicatesSettleToTheirFirstOccurrenceForEveryThreadCount) 
 // Every chunk, prepared on the mesh before any chunk runs and then run in
 // order, writes only triangles with all corners in its extended box and
 // relinks only triangles with two corners in it: what makes chunks with
-// disjoint boxes safe to run together.
+// disjoint boxes safe to run together. Afterwards duplicates and handles are
+// settled and the mesh is the one of the ordinary batch.
 TEST(Multithreading, ChunksTouchOnlyTrianglesInsideTheirExtendedBoxes) {
   std::vector<std::pair<std::string, std::vector<Point2> > > vFamilies;
-  vFamilies.emplace_back("uniform", vask_test::randomPoints(20000, 31));
+  std::vector<Point2> vUniform(vask_test::randomPoints(20000, 31));
+  vUniform.insert(vUniform.end(), vUniform.begin() + 1, vUniform.begin() + 300); // duplicates
+  vUniform.emplace_back(0.5, 0.5);                                               // and points on edges
+  vUniform.emplace_back(0.25, 0.5);
+  vFamilies.emplace_back("uniform", vUniform);
   vFamilies.emplace_back("grid", vask_test::gridPoints(120));
   vFamilies.emplace_back("near-collinear lines", nearCollinearLines(4000, 32));
   vFamilies.emplace_back("mixed scales", mixedScales(16000, 33));
@@ -216,6 +173,9 @@ TEST(Multithreading, ChunksTouchOnlyTrianglesInsideTheirExtendedBoxes) {
                                   static_cast<unsigned>(firstPos + vPieces[i].first),
                                   static_cast<unsigned>(firstPos + vPieces[i].second)));
       vChunks.back()->determineExtBox();
+      const Bbox2 &box(vChunks.back()->getBox()), &ext(vChunks.back()->getExtBox());
+      EXPECT_TRUE(ext.get_minX() <= box.get_minX() && ext.get_maxY() >= box.get_maxY());
+      EXPECT_NE(vChunks.back()->getStartTriangle(), nullptr);
     }
     size_t numChecked(0);
     for (Chunk* pChunk : vChunks) {
@@ -246,26 +206,21 @@ TEST(Multithreading, ChunksTouchOnlyTrianglesInsideTheirExtendedBoxes) {
     EXPECT_GT(numChecked, 0u);
     for (Chunk* pChunk : vChunks) delete pChunk;
     vault.treatDupsAndHandles(&vHandles);
+    EXPECT_TRUE(vault.dupIsClean());
     vault.rebuild(false);
     vault.removeFakeBox();
     EXPECT_VALID(dt);
+    std::map<Point2, Point2*> mFirst;
+    for (size_t i = 0; i < vRest.size(); ++i) {
+      ASSERT_TRUE(vHandles[i] != nullptr && *vHandles[i] == vRest[i]);
+      EXPECT_EQ(mFirst.insert(std::make_pair(vRest[i], vHandles[i])).first->second, vHandles[i]);
+    }
+    Vask_2D ref;
+    ref.insert(vCoarse);
+    ref.insert(vRest);
+    EXPECT_EQ(dt.numberOfPoints(), ref.numberOfPoints());
+    if (family.first == "uniform") EXPECT_EQ(vask_test::canonicalTriangles(dt), vask_test::canonicalTriangles(ref));
   }
-}
-
-TEST(Multithreading, ARangeInOneCellFinishesWithItsChunksInTurn) {
-  // All points within 1e-9 of each other beside four far points: the
-  // extended boxes of the chunks all meet, so they run one after the other.
-  std::vector<Point2> vPoints;
-  for (const Point2& p : vask_test::randomPoints(20000, 41)) vPoints.emplace_back(5.0 + 1e-9 * p.x(), 5.0 + 1e-9 * p.y());
-  vPoints.emplace_back(-1e6, -1e6);
-  vPoints.emplace_back(1e6, -1e6);
-  vPoints.emplace_back(1e6, 1e6);
-  vPoints.emplace_back(-1e6, 1e6);
-  Vask_2D dt;
-  insertAndCheck(vPoints, 4, "one cell", dt);
-  // All points on one circle: every chunk's box meets every other one.
-  Vask_2D circle;
-  insertAndCheck(vask_test::circlePoints(5000, 0.0, 0.0, 1.0), 3, "one circle", circle);
 }
 
 TEST(Multithreading, ASmallTailJoinsTheLastChunkAndALargerOneStandsAlone) {
@@ -316,25 +271,6 @@ TEST(Multithreading, ThreadCountsOutsideTheUsualRange) {
   EXPECT_EQ(vask_test::canonicalTriangles(dt), vask_test::canonicalTriangles(one));
 }
 
-TEST(Multithreading, NonFinitePointsAreRefusedAsOnOneThread) {
-  const double nan(std::numeric_limits<double>::quiet_NaN()), inf(std::numeric_limits<double>::infinity());
-  std::vector<Point2> vPoints(vask_test::randomPoints(3000, 61));
-  vPoints[10] = Point2(nan, 0.5);
-  vPoints[2000] = Point2(-inf, 0.25);
-  Vask_2D one, four;
-  four.setNumCPU(4);
-  std::vector<Point2*> vOne, vFour;
-  testing::internal::CaptureStdout();
-  one.insert(vPoints, vOne);
-  four.insert(vPoints, vFour);
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ(vFour[10], nullptr);
-  EXPECT_EQ(vFour[2000], nullptr);
-  EXPECT_EQ(four.numberOfPoints(), one.numberOfPoints());
-  EXPECT_EQ(vask_test::canonicalTriangles(four), vask_test::canonicalTriangles(one));
-  EXPECT_VALID(four);
-}
-
 TEST(Multithreading, AFailureOnAWorkerReachesTheCallerAsVaskException) {
   const std::vector<Point2> vPoints(vask_test::randomPoints(20000, 71));
   for (int numCPU : {2, 8}) {
@@ -347,98 +283,4 @@ TEST(Multithreading, AFailureOnAWorkerReachesTheCallerAsVaskException) {
     testing::internal::GetCapturedStdout();
     testing::internal::GetCapturedStderr();
   }
-}
-
-namespace {
-
-// One of the adversarial families, n points, drawn from gen.
-std::vector<Point2> familyPoints(unsigned family, size_t n, std::mt19937& gen) {
-  const unsigned seed(gen());
-  switch (family % 8) {
-  case 0: return vask_test::randomPoints(n, seed);
-  case 1: {
-    std::vector<Point2> v(vask_test::gridPoints(static_cast<int>(std::sqrt(double(n))) + 1));
-    std::shuffle(v.begin(), v.end(), gen);
-    v.resize(std::min(v.size(), n));
-    return v;
-  }
-  case 2: return rotatedGrid(static_cast<int>(std::sqrt(double(n))) + 1);
-  case 3: return nearCollinearLines(n / 3 + 1, seed);
-  case 4: return vask_test::circlePoints(n, 0.5, 0.5, 0.25 + 0.5 * (seed % 7));
-  case 5: return mixedScales(n, seed);
-  case 6: {
-    std::vector<Point2> v(vask_test::randomPoints(n / 2 + 1, seed));
-    return withEveryPointTwice(v, seed);
-  }
-  default: {
-    const double scale(seed % 2 ? 1e-300 : 1e300);
-    std::vector<Point2> v;
-    for (const Point2& p : vask_test::randomPoints(n, seed)) v.emplace_back(scale * (p.x() - 0.3), scale * p.y());
-    return v;
-  }
-  }
-}
-
-} // namespace
-
-// Random sequences of batches (vector with and without handles, coordinate
-// array) under random thread counts, single insertions and removals, on the
-// adversarial families; the whole mesh is checked after every step. The
-// environment variable VASK2D_MT_FUZZ_SECONDS makes it run that long, and
-// VASK2D_MT_FUZZ_SEED sets the seed of its first case.
-TEST(Multithreading, RandomSequencesOfBatchesUnderRandomThreadCountsStayValid) {
-  const char* pEnv(std::getenv("VASK2D_MT_FUZZ_SECONDS"));
-  const double seconds(pEnv != nullptr ? std::atof(pEnv) : 0.0);
-  const char* pSeedEnv(std::getenv("VASK2D_MT_FUZZ_SEED"));
-  const unsigned firstSeed(pSeedEnv != nullptr ? static_cast<unsigned>(std::atol(pSeedEnv)) : 1000u);
-  const auto tStart(std::chrono::steady_clock::now());
-  size_t numCases(0), numSteps(0);
-  for (unsigned iter = 0;; ++iter) {
-    const double elapsed(std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count());
-    if (seconds > 0.0 ? elapsed > seconds : iter >= 8) break;
-    std::mt19937 gen(firstSeed + iter);
-    const unsigned family(gen() % 8);
-    // Fast mode may keep near-cocircular edges: then the empty circle is not checked.
-    const bool bFast(gen() % 4 == 0);
-    Vask_2D dt;
-    dt.setFastMode(bFast);
-    std::vector<Point2*> vAlive;
-    ++numCases;
-    for (int step = 0; step < 5; ++step, ++numSteps) {
-      const unsigned op(gen() % 5);
-      const int numCPU(1 + static_cast<int>(gen() % 8));
-      dt.setNumCPU(numCPU);
-      const size_t n(1000 + gen() % 6000);
-      std::vector<Point2> vPoints(familyPoints(family + (gen() % 4 == 0 ? 1 : 0), n, gen));
-      testing::internal::CaptureStdout();
-      if (op <= 1) {
-        std::vector<Point2*> vHandles;
-        dt.insert(vPoints, vHandles);
-        vAlive.insert(vAlive.end(), vHandles.begin(), vHandles.end());
-      } else if (op == 2) {
-        std::vector<double> vCoords;
-        for (const Point2& p : vPoints) {
-          vCoords.push_back(p.x());
-          vCoords.push_back(p.y());
-        }
-        std::vector<Point2*> vHandles(vPoints.size());
-        dt.insert(static_cast<int>(vPoints.size()), vCoords.data(), vHandles.data());
-        vAlive.insert(vAlive.end(), vHandles.begin(), vHandles.end());
-      } else if (op == 3) {
-        for (size_t i = 0; i < 40 && i < vPoints.size(); ++i) vAlive.push_back(dt.insert(vPoints[i]));
-      } else {
-        std::shuffle(vAlive.begin(), vAlive.end(), gen);
-        std::set<Point2*> sRemoved;
-        for (size_t i = 0; i < 30 && i < vAlive.size(); ++i)
-          if (sRemoved.insert(vAlive[i]).second) dt.remove(vAlive[i]);
-        vAlive.erase(std::remove_if(vAlive.begin(), vAlive.end(), [&](Point2* p) { return sRemoved.count(p) > 0; }),
-                     vAlive.end());
-      }
-      testing::internal::GetCapturedStdout();
-      const vask_test::Validation v(vask_test::validate(dt, !bFast, 20000));
-      ASSERT_TRUE(v.ok) << "seed " << firstSeed + iter << " (family " << family << (bFast ? ", fast mode" : "") << "), step "
-                        << step << ", op " << op << ", " << numCPU << " threads: " << v.firstError;
-    }
-  }
-  std::cout << "mt fuzz: " << numCases << " cases, " << numSteps << " operations" << std::endl;
 }

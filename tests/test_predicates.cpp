@@ -222,6 +222,13 @@ const TripleFamily aTripleFamily[] = {
        return true;
      },
      true, true},
+    {"equal points, subnormal to the largest double",
+     [](std::mt19937_64& gen, Triple& t) {
+       const double v(gen() % 4 == 0 ? (gen() % 2 ? DBL_MAX : -DBL_MAX) : randomMagnitude(gen, -1074, 1023));
+       t = {Point2(v, -v), Point2(v, -v), Point2(v, -v)};
+       return true;
+     },
+     true, true},
     {"collinear small integers",
      [](std::mt19937_64& gen, Triple& t) {
        const int k(uniformInt(gen, -20, 20));
@@ -512,32 +519,6 @@ TEST(StaticBound, PointsBeyondTheBoundAreReportedAndStillDecidedExactly) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(ORIENTATION2_CW, kiroTest.getOrientation2(&a, &b, &far));
   testing::internal::GetCapturedStdout();
-}
-
-// ---------------------------------------------------------------------------
-// Small cases
-
-TEST(Orientation, EqualPointsRoundedThirdAndTriangleEdgeForm) {
-  KiroTest kiroTest;
-  for (double v : {0.0, 1.0, -3.5, 1e-310, DBL_MAX, -DBL_MAX}) {
-    const Point2 p(v, -v), q(v, -v), r(v, -v);
-    kiroTest.setStaticBound(&p, &q, &r);
-    EXPECT_EQ(ORIENTATION2_COLLINEAR, kiroTest.getOrientation2(&p, &q, &r)) << v;
-    EXPECT_EQ(ORIENTATION2_COLLINEAR, getOrientation2(&p, &q, &r)) << v;
-  }
-  // 1/3 rounds down, so b lies below the line from a to c.
-  const Point2 a(0, 0), b(1, 1.0 / 3.0), c(3, 1);
-  EXPECT_EQ(ORIENTATION2_CCW, getOrientation2(&a, &b, &c));
-  EXPECT_EQ(ORIENTATION2_CW, getOrientation2(&a, &c, &b));
-  // The edge form tells the inner side of a triangle's edge.
-  KiroTest edgeTest;
-  edgeTest.setStaticBound_MT(10.0);
-  Point2 p0(0, 0), p1(4, 0), p2(0, 4);
-  const Triangle2 t(&p0, &p1, &p2);
-  const Point2 inside(1, 1), outside(3, 3), onEdge(2, 2);
-  EXPECT_EQ(ORIENTATION2_CW, edgeTest.getOrientation2(&t, 0, &outside));
-  EXPECT_EQ(ORIENTATION2_COLLINEAR, edgeTest.getOrientation2(&t, 0, &onEdge));
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(ORIENTATION2_CCW, edgeTest.getOrientation2(&t, i, &inside)) << i;
 }
 
 // ---------------------------------------------------------------------------

@@ -381,18 +381,6 @@ TEST(SegmentChecker, ResultsRepeatAndFollowOneOrder) {
   }
 }
 
-TEST(SegmentChecker, ClosedPolygonIsLegalUnlessEndPointsCount) {
-  Family v(polygons(31));
-  v.resize(60); // the simple one only
-  const std::vector<Segment2*> vp(pointersTo(v));
-  SegmentChecker checker(vp);
-  std::vector<Segment2*> vIllegal;
-  checker.getIllegalSegments(false, vIllegal);
-  EXPECT_TRUE(vIllegal.empty());
-  checker.getIllegalSegments(true, vIllegal);
-  EXPECT_EQ(vIllegal, vp);
-}
-
 TEST(SegmentChecker, IntersectorsOfForeignSegment) {
   Family v{seg(0, 0, 2, 2), seg(0, 2, 2, 0), seg(3, 0, 3, 3)};
   const std::vector<Segment2*> vp(pointersTo(v));
